@@ -1,0 +1,52 @@
+// Taking nodes and putting them back.
+//
+// Invariants:
+//  1. recordsUsed <= recordBlockCapacity, the slots of the newest block; the
+//     same of order nodes. Capacities change only with a block in hand.
+//  2. A node is in a tree, in a duplicate chain, on freeRecords, lent to the
+//     running operation, or lost to an over-long fixed key until MORVAClear.
+//  3. With flagVarKey every node is a pool block of its own whose KeyPrefix
+//     says the longest key it can take; otherwise nodes are slots of blocks.
+#pragma once
+
+#include "instance/record.h"
+
+namespace morva::core {
+
+// What both capacities and both fill counts start at, so that the first node
+// taken makes the first block.
+inline constexpr int64_t kFirstCapacity = 8;
+
+// Takes a node for a key of keyLen bytes (read with flagVarKey only), makes the
+// instance its owner and tells where its data starts. Null when the pool has no
+// memory.
+RecordNode *takeRecordNode(MORVAInst &inst, int32_t keyLen, uint32_t &dataOffset);
+
+// The flagVarKey half of takeRecordNode: the first free node that fits, or a
+// new one. Sets recordSize for this key and tells where its data starts. A key
+// whose slot does not fit in 32 bits must have been refused before.
+RecordNode *GetVarNode(MORVAInst *inst, int32_t keyLen, uint32_t *dataOffsetOut);
+
+// Takes an order node, or null.
+OrderNode *takeOrderNode(MORVAInst &inst);
+
+// Frees a chain of blocks, each linked through its first word.
+inline void freeChain(HostPool *pool, void *block) {
+  while (block != nullptr) {
+    void *next = *static_cast<void **>(block);
+    pool->free(pool, block);
+    block = next;
+  }
+}
+
+inline void releaseRecordNode(MORVAInst &inst, RecordNode *node) {
+  node->owner = inst.freeRecords;
+  inst.freeRecords = node;
+}
+
+inline void releaseOrderNode(MORVAInst &inst, OrderNode *node) {
+  node->record = inst.freeInodes;
+  inst.freeInodes = node;
+}
+
+}  // namespace morva::core
