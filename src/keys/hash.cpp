@@ -1,0 +1,146 @@
+#include "keys/hash.h"
+
+#include <cstring>
+
+#include "instance/instance.h"
+
+// States are 32-bit words that wrap, but for method 3. The odd choices (a fold
+// that adds, a start of 0, a weight of 0 for the last byte) fix in which bucket
+// a key lies: they must not be "corrected".
+
+namespace morva::core {
+namespace {
+
+using Bytes = const unsigned char *;
+
+// Method 2: times 33, folded by an addition.
+uint32_t times33(Bytes b, uint32_t n) {
+  uint32_t h = 0;
+  for (uint32_t i = 0; i < n; ++i) h = h * 33 + b[i];
+  return h + (h >> 5);
+}
+
+// Both shifts see the unfolded h.
+constexpr uint32_t fold10And20(uint32_t h) {
+  return h ^ (h >> 10) ^ (h >> 20);
+}
+
+// Method 3: lookup2 (Bob Jenkins, 1996), but on 64-bit words throughout, cut to
+// 32 bits at the very end; the results differ from the published ones.
+struct Lookup2 {
+  uint64_t a = 0x9E3779B9;
+  uint64_t b = 0x9E3779B9;
+  uint64_t c = 0;
+
+  void mix() {
+    // clang-format off
+    a -= b; a -= c; a ^= c >> 13;
+    b -= c; b -= a; b ^= a << 8;
+    c -= a; c -= b; c ^= b >> 13;
+    a -= b; a -= c; a ^= c >> 12;
+    b -= c; b -= a; b ^= a << 16;
+    c -= a; c -= b; c ^= b >> 5;
+    a -= b; a -= c; a ^= c >> 3;
+    b -= c; b -= a; b ^= a << 10;
+    c -= a; c -= b; c ^= b >> 15;
+    // clang-format on
+  }
+};
+
+uint64_t word32(Bytes p) {
+  uint32_t word;
+  std::memcpy(&word, p, sizeof word);  // little-endian, as all of the interface
+  return word;
+}
+
+uint32_t lookup2(Bytes t, uint32_t n) {
+  Lookup2 h;
+  uint32_t left = n;
+  for (; left >= 12; left -= 12, t += 12) {
+    h.a += word32(t);
+    h.b += word32(t + 4);
+    h.c += word32(t + 8);
+    h.mix();
+  }
+  h.c += static_cast<uint64_t>(int64_t{static_cast<int32_t>(n)});  // the length is signed
+  // The tail: bytes 0 to 3 go to a, 4 to 7 to b, 8 to 10 to c above the length.
+  for (uint32_t i = 0; i < left; ++i) {
+    const uint64_t byte = t[i];
+    if (i < 4) {
+      h.a += byte << (8 * i);
+    } else if (i < 8) {
+      h.b += byte << (8 * (i - 4));
+    } else {
+      h.c += byte << (8 * (i - 7));
+    }
+  }
+  h.mix();
+  return static_cast<uint32_t>(h.c);
+}
+
+// Method 4: ELF hash, after P. J. Weinberger.
+uint32_t elf(Bytes b, uint32_t n) {
+  uint32_t h = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    h = (h << 4) + b[i];
+    const uint32_t g = h & 0xF0000000;
+    h ^= (g >> 24) ^ g;  // nothing for g = 0
+  }
+  return fold10And20(h);
+}
+
+// Method 5: rotating hash, started from the length.
+uint32_t rotating(Bytes b, uint32_t n) {
+  uint32_t h = n;
+  for (uint32_t i = 0; i < n; ++i) h = ((h << 4) | (h >> 28)) ^ b[i];
+  return fold10And20(h);
+}
+
+// Method 6: XOR of the bytes weighted by how many follow; the last weighs 0.
+uint32_t positionWeighted(Bytes b, uint32_t n) {
+  uint32_t h = 1234;
+  for (uint32_t i = 0; i < n; ++i) h ^= b[i] * (n - 1 - i);
+  return h ^ (h >> 17);
+}
+
+// Method 7: times 37, not folded.
+uint32_t times37(Bytes b, uint32_t n) {
+  uint32_t h = 0;
+  for (uint32_t i = 0; i < n; ++i) h = h * 37 + b[i];
+  return h;
+}
+
+// Method 8: one-at-a-time (Bob Jenkins, 1997).
+uint32_t oneAtATime(Bytes b, uint32_t n) {
+  uint32_t h = 0;
+  for (uint32_t i = 0; i < n; ++i) {
+    h += b[i];
+    h += h << 10;
+    h ^= h >> 6;
+  }
+  h += h << 3;
+  h ^= h >> 11;
+  h += h << 15;
+  return h;
+}
+
+// Method 9: FNV-0 (Fowler, Noll, Vo, 1991): FNV-1's order, started from 0.
+uint32_t fnv0(Bytes b, uint32_t n) {
+  constexpr uint32_t kPrime = 16777619;
+  uint32_t h = 0;
+  for (uint32_t i = 0; i < n; ++i) h = (h * kPrime) ^ b[i];
+  return h;
+}
+
+using HashMethod = uint32_t (*)(Bytes, uint32_t);
+
+constexpr HashMethod kMethods[kLastHashMethod - kFirstHashMethod + 1] = {
+    times33, lookup2, elf, rotating, positionWeighted, times37, oneAtATime, fnv0};
+
+}  // namespace
+
+uint32_t hashKey(uint32_t method, const unsigned char *bytes, uint32_t length) {
+  return kMethods[method - kFirstHashMethod](bytes, length);
+}
+
+}  // namespace morva::core
