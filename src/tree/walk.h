@@ -1,0 +1,72 @@
+// Walking a bucket's tree: the holder's records, and the path taken.
+#pragma once
+
+#include <cstddef>
+
+#include "keys/compare.h"
+#include "morva/tree_holder.h"
+#include "tree/link.h"
+
+namespace morva::core {
+
+// The record of a tree node: where its owner and key area are read. Its links
+// are always the node's own.
+inline RecordNode *recordOf(const TreeHolder &holder, RecordNode *node) {
+  return reinterpret_cast<RecordNode *>(reinterpret_cast<unsigned char *>(node) +
+                                        holder.recordOffset);
+}
+
+inline Side sideOf(int comparison) {
+  return comparison < 0 ? Side::left : Side::right;
+}
+
+// The nodes walked through and the side taken at each, instead of parent
+// pointers. 90 levels are more than a height-balanced tree of any memory has,
+// so the bound is not checked.
+class Path {
+ public:
+  struct Step {
+    RecordNode *node;
+    Side side;
+  };
+
+  bool isEmpty() const { return depth_ == 0; }
+  size_t depth() const { return depth_; }
+
+  void push(RecordNode *node, Side side) { entries_[depth_++] = entry(node, side); }
+  Step pop() { return step(entries_[--depth_]); }
+  Step top() const { return step(entries_[depth_ - 1]); }
+
+  // The node at `level` was replaced by another; the side taken there stays.
+  void replace(size_t level, RecordNode *node) {
+    entries_[level] = entry(node, step(entries_[level]).side);
+  }
+
+  // Points the link that led to `level` at `node`: the root, or the link taken
+  // at the level before.
+  void rehang(TreeHolder &holder, size_t level, RecordNode *node) const {
+    if (level == 0) {
+      holder.root = node;
+    } else {
+      const Step parent = step(entries_[level - 1]);
+      redirect(parent.node, parent.side, Link::child(node));
+    }
+  }
+
+ private:
+  static constexpr size_t kDepth = 90;
+  static constexpr uintptr_t kWentRight = 2;
+
+  static uintptr_t entry(RecordNode *node, Side side) {
+    return reinterpret_cast<uintptr_t>(node) | (side == Side::right ? kWentRight : 0);
+  }
+  static Step step(uintptr_t entry) {
+    return {reinterpret_cast<RecordNode *>(entry & ~kWentRight),
+            (entry & kWentRight) != 0 ? Side::right : Side::left};
+  }
+
+  size_t depth_ = 0;
+  uintptr_t entries_[kDepth];
+};
+
+}  // namespace morva::core
