@@ -1,0 +1,1 @@
+// Compiled for the sake of its precompiled headers.
