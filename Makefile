@@ -1,0 +1,41 @@
+# The two commands: `make demo` and `make test`. Both install what they need on
+# a Debian machine; everything else is ordinary CMake (see CMakePresets.json).
+
+JOBS ?= $(shell nproc)
+
+.PHONY: all demo test test-release test-asan test-tsan format lint clean
+
+all: build/release/.tools
+	cmake --preset release
+	cmake --build --preset release --parallel $(JOBS)
+
+demo: build/release/.demo-tools
+	cmake --preset release -DMORVA_BUILD_TESTS=OFF
+	cmake --build --preset release --parallel $(JOBS)
+	sh cli/demo.sh build/release/bin/morva
+
+test: test-tsan test-asan test-release
+
+test-release test-asan test-tsan: test-%: build/%/.tools
+	cmake --preset $* -DMORVA_BUILD_TESTS=ON
+	cmake --build --preset $* --parallel $(JOBS) $(if $(filter tsan,$*),--target thread_tests)
+	ctest --preset $* --parallel $(JOBS)
+
+build/%/.tools:
+	sh scripts/install-tools.sh build test
+	mkdir -p $(@D) && touch $@
+
+build/%/.demo-tools:
+	sh scripts/install-tools.sh build demo
+	mkdir -p $(@D) && touch $@
+
+format:
+	find include src host cli examples tests -name '*.h' -o -name '*.cpp' -o -name '*.c' | xargs clang-format -i
+
+lint:
+	sh scripts/install-tools.sh build test lint
+	cmake --preset lint
+	run-clang-tidy -quiet -p build/lint '$(CURDIR)/(src|host|cli)/.*\.cpp'
+
+clean:
+	rm -rf build

@@ -1,0 +1,45 @@
+# What every target of the tree has in common.
+
+add_library(morva_headers INTERFACE)
+target_include_directories(morva_headers INTERFACE
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+
+# Warnings and sanitizers; linked privately by each target.
+add_library(morva_build INTERFACE)
+target_compile_options(morva_build INTERFACE -Wall -Wextra -Wpedantic -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual>)
+if(MORVA_SANITIZE)
+  target_compile_options(morva_build INTERFACE
+    -fsanitize=${MORVA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(morva_build INTERFACE -fsanitize=${MORVA_SANITIZE})
+endif()
+
+# Builds NAME as a shared and as a static library from one set of objects:
+# targets NAME (shared), NAME_static and NAME_objects.
+function(morva_add_library name)
+  cmake_parse_arguments(arg "" "VERSION_SCRIPT" "SOURCES;OPTIONS;LINK_OPTIONS" ${ARGN})
+
+  add_library(${name}_objects OBJECT ${arg_SOURCES})
+  set_target_properties(${name}_objects PROPERTIES
+    POSITION_INDEPENDENT_CODE ON CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${name}_objects PRIVATE -fno-semantic-interposition ${arg_OPTIONS})
+  target_include_directories(${name}_objects PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+  target_link_libraries(${name}_objects PUBLIC morva_headers PRIVATE morva_build)
+
+  add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
+  set_target_properties(${name} PROPERTIES
+    VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+    LINK_DEPENDS ${arg_VERSION_SCRIPT})
+  target_link_options(${name} PRIVATE
+    -Wl,--version-script=${arg_VERSION_SCRIPT} -Wl,--no-undefined-version -Wl,-z,defs
+    -Wl,-z,relro -Wl,-z,now ${arg_LINK_OPTIONS})
+  target_link_libraries(${name} PUBLIC morva_headers PRIVATE morva_build)
+
+  add_library(${name}_static STATIC $<TARGET_OBJECTS:${name}_objects>)
+  set_target_properties(${name}_static PROPERTIES OUTPUT_NAME ${name})
+  target_link_libraries(${name}_static PUBLIC morva_headers PRIVATE morva_build)
+
+  install(TARGETS ${name} ${name}_static
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endfunction()
