@@ -269,10 +269,11 @@ void RecordReader::refuseTextAfterQuote(size_t at) {
     const size_t lineEnd = find('\n', at, end_);
     if (lineEnd < end_ || atEnd_) {
       const std::string text = quoted({buffer_.get() + begin_, lineEnd - begin_});
-      const std::string where = place(line_) + ": ";
+      std::string message = place(line_) + ": there is text behind a closing quote: ";
+      message += text;
       line_ += lineBreaks(begin_, lineEnd);
       passLine(lineEnd);
-      throw RowError(where + "there is text behind a closing quote: " + text);
+      throw RowError(message);
     }
     fill();
     at = begin_ + offset;
