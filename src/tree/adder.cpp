@@ -30,24 +30,6 @@ void growUpwards(TreeHolder &holder, Path &path) {
   }
 }
 
-template <class Order>
-RecordNode *add(TreeHolder &holder, RecordNode *node, const Order &order) {
-  Path path;
-  for (RecordNode *at = holder.root;;) {
-    const int comparison = order(recordOf(holder, at));
-    if (comparison == 0) return at;
-    const Side side = sideOf(comparison);
-    path.push(at, side);
-    const Link link = linkOf(at, side);
-    if (link.isThread()) {
-      attach(at, side, node);
-      growUpwards(holder, path);
-      return node;
-    }
-    at = link.node();
-  }
-}
-
 }  // namespace
 
 RecordNode *aa_tree_adder(TreeHolder *holder, RecordNode *node) {
@@ -57,8 +39,14 @@ RecordNode *aa_tree_adder(TreeHolder *holder, RecordNode *node) {
     holder->root = node;
     return node;
   }
-  return withKeyOrder(recordOf(*holder, node),
-                      [&](const auto &order) { return add(*holder, node, order); });
+  Path path;
+  RecordNode *equal = withKeyOrder(
+      recordOf(*holder, node), [&](const auto &order) { return descend(*holder, order, path); });
+  if (equal != nullptr) return equal;
+  const Path::Step end = path.top();
+  attach(end.node, end.side, node);
+  growUpwards(*holder, path);
+  return node;
 }
 
 }  // namespace morva::core

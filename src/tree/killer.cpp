@@ -6,20 +6,6 @@
 namespace morva::core {
 namespace {
 
-// Walks to the equal node, pushing every node passed; null when there is none.
-template <class Order>
-RecordNode *walkTo(const TreeHolder &holder, const Order &order, Path &path) {
-  for (RecordNode *at = holder.root;;) {
-    const int comparison = order(recordOf(holder, at));
-    if (comparison == 0) return at;
-    const Side side = sideOf(comparison);
-    path.push(at, side);
-    const Link link = linkOf(at, side);
-    if (link.isThread()) return nullptr;
-    at = link.node();
-  }
-}
-
 // The last node of the subtree `top` towards `side`; pushes those passed.
 RecordNode *lastTowards(RecordNode *top, Side side, Path *path) {
   for (Link link = linkOf(top, side); !link.isThread(); link = linkOf(top, side)) {
@@ -109,7 +95,7 @@ RecordNode *aa_tree_killer(TreeHolder *holder, RecordNode *probe) {
   if (holder->root == nullptr) return nullptr;
   Path path;
   RecordNode *gone =
-      withKeyOrder(probe, [&](const auto &order) { return walkTo(*holder, order, path); });
+      withKeyOrder(probe, [&](const auto &order) { return descend(*holder, order, path); });
   if (gone == nullptr) return nullptr;
   unlink(*holder, path, gone);
   shrinkUpwards(*holder, path);

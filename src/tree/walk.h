@@ -69,4 +69,20 @@ class Path {
   uintptr_t entries_[kDepth];
 };
 
+// Walks towards a key in a tree that is not empty and pushes every node passed.
+// Answers the equal node; or null, the path then ending at the node, and on the
+// side of it, where the key would hang.
+template <class Order>
+RecordNode *descend(const TreeHolder &holder, const Order &order, Path &path) {
+  for (RecordNode *at = holder.root;;) {
+    const int comparison = order(recordOf(holder, at));
+    if (comparison == 0) return at;
+    const Side side = sideOf(comparison);
+    path.push(at, side);
+    const Link link = linkOf(at, side);
+    if (link.isThread()) return nullptr;
+    at = link.node();
+  }
+}
+
 }  // namespace morva::core
