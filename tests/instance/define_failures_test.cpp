@@ -1,31 +1,10 @@
 // Definitions that fail, and instances not defined yet.
-#include "instance_test.h"
+#include "definition_test.h"
 
 namespace morva_test {
 namespace {
 
-class DefineFailures : public InstanceTest {
- protected:
-  MORVAInst *open(uint32_t flags = 0, uint32_t dataLength = 16) {
-    Shape shape;
-    shape.flags = flags;
-    shape.dataLength = dataLength;
-    MORVAInst *inst = create(shape);
-    EXPECT_NE(inst, nullptr);
-    host.forget();
-    return inst;
-  }
-
-  static MORVAStatus field(MORVAInst *inst, uint32_t length, uint32_t type = 1, uint32_t arg = 0,
-                           uint32_t fieldOptions = 0) {
-    const MORVAKeyDesc desc = {length, type, arg, fieldOptions};
-    return inst->DefineKey(inst, &desc);
-  }
-
-  static MORVAStatus done(MORVAInst *inst, int32_t packerArg = 0, uint32_t dataLength = 16) {
-    return inst->DefineDone(inst, packerArg, dataLength);
-  }
-};
+class DefineFailures : public DefinitionTest {};
 
 TEST_F(DefineFailures, WithoutAPoolClosingIsRefusedAndMayBeRepeated) {
   MORVAInst *inst = open();

@@ -1,7 +1,7 @@
 // Describing the key fields of an instance and closing the definition.
 #include <limits>
 
-#include "instance_test.h"
+#include "definition_test.h"
 
 namespace morva_test {
 namespace {
@@ -42,28 +42,7 @@ struct FieldBytes {
   }
 };
 
-class Define : public InstanceTest {
- protected:
-  MORVAInst *open(uint32_t flags = 0, uint32_t dataLength = 16) {
-    Shape shape;
-    shape.flags = flags;
-    shape.dataLength = dataLength;
-    MORVAInst *inst = create(shape);
-    EXPECT_NE(inst, nullptr);
-    host.forget();
-    return inst;
-  }
-
-  static MORVAStatus field(MORVAInst *inst, uint32_t length, uint32_t type = 1, uint32_t arg = 0,
-                           uint32_t fieldOptions = 0) {
-    const MORVAKeyDesc desc = {length, type, arg, fieldOptions};
-    return inst->DefineKey(inst, &desc);
-  }
-
-  static MORVAStatus done(MORVAInst *inst, int32_t packerArg = 0, uint32_t dataLength = 16) {
-    return inst->DefineDone(inst, packerArg, dataLength);
-  }
-};
+class Define : public DefinitionTest {};
 
 // ---- fields -----------------------------------------------------------------
 
