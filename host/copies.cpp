@@ -182,6 +182,14 @@ bool isOvershadowed(MainEntry morva) {
          dlsym(RTLD_DEFAULT, "morva") != reinterpret_cast<void *>(morva);
 }
 
+// Somebody beside these hosts has given the copy a service table: the program,
+// for a host of its own.
+bool servesOutsider(void *handle) {
+  void *place = dlsym(RTLD_DEFAULT, "Exported_QZHandle");
+  if (place == nullptr) place = dlsym(handle, "Exported_QZHandle");
+  return place != nullptr && *static_cast<HostServices **>(place) != nullptr;
+}
+
 // `shared` is a copy of the file that is not to be used by this host: another
 // one has it, or it is not its own master.
 Copy *loadPrivate(QZHost *host, void *shared, const char *file, const Sentence &error) {
@@ -266,6 +274,11 @@ Copy *loadCopy(QZHost *host, const char *file, const Sentence &error) {
   }
   switch (claim(host, qzextver, morva, &copy)) {
     case Claim::kNew:
+      if (servesOutsider(handle)) {
+        releaseCopy(copy);
+        copy = loadPrivate(host, handle, file, error);
+        break;
+      }
       copy->handle = handle;
       return copy;
     case Claim::kAgain:

@@ -35,8 +35,11 @@ MORVA_LAYOUT_SIZE(Bucket, 16);
 
 /** The header; `mask` + 1 buckets follow it. */
 typedef struct BucketArray {
+  /** Bucket count minus one. */
   uint32_t mask;
+  /** Records stored, duplicates included. */
   uint32_t elementCount;
+  /** Buckets that have received a first record. */
   uint32_t usedBuckets;
   uint32_t reserved;
 } BucketArray;

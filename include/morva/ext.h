@@ -26,8 +26,9 @@
 #include "morva/parms.h"
 #include "morva/status.h"
 
-/** The host interface the library is built for, as qzextver answers it. */
+/** The host interface the library is built for, as qzextver answers it: the first part. */
 #define MORVA_HOST_MAJOR 6
+/** Its second part. */
 #define MORVA_HOST_MINOR 1
 
 /** The extension object: exactly eleven slots; those not named are zero. */

@@ -66,6 +66,7 @@
 #include "morva/inst.h"
 #include "morva/order_node.h"
 
+/** A host. What is in it is its own. */
 typedef struct QZHost QZHost;
 
 /** How a host behaves. */
@@ -92,6 +93,7 @@ typedef struct QZHostStats {
   uint64_t bytesLive;
   /** Bytes taken from the system for pools, now and at most. */
   uint64_t bytesMapped;
+  /** The most that `bytesMapped` has been. */
   uint64_t bytesMappedPeak;
   /** The limit in force, 0 for none. */
   uint64_t memoryLimit;
@@ -99,13 +101,19 @@ typedef struct QZHostStats {
   uint64_t allocationsRefused;
   /** Releases of locks by threads that did not hold them. */
   uint64_t unmatchedReleases;
-  /** Alive: loaded extensions, pools, locks, companions, and the objects these made. */
+  /** Extensions loaded; like the numbers below, what is alive now. */
   uint32_t extensions;
+  /** Pools. */
   uint32_t pools;
+  /** Locks. */
   uint32_t locks;
+  /** Companions, loaded and not released. */
   uint32_t companions;
+  /** Record packers. */
   uint32_t packers;
+  /** Tree containers. */
   uint32_t trees;
+  /** Order lists. */
   uint32_t orderLists;
   uint32_t reserved;
 } QZHostStats;
@@ -114,9 +122,11 @@ typedef struct QZHostStats {
 typedef struct QZPoolStats {
   /** The pool's name, cut to 31 characters. */
   char name[32];
-  /** As QZHostStats, with the peak of the live bytes. */
+  /** Bytes of blocks handed out and not given back, as in QZHostStats. */
   uint64_t bytesLive;
+  /** The most that `bytesLive` has been. */
   uint64_t bytesPeak;
+  /** Bytes taken from the system for this pool. */
   uint64_t bytesMapped;
   /** Blocks handed out and not given back. */
   uint64_t blocksLive;
@@ -161,7 +171,9 @@ MORVA_API MORVAExt *QZHostLoad(QZHost *host, const char *file, char *error, size
 typedef struct QZEntryPoints {
   /** Such as "morva"; used in error sentences. */
   const char *name;
+  /** What takes the service table. */
   MORVAStatus (*qzextver)(HostServices *table, int64_t *major, int64_t *minor);
+  /** The entry function. */
   MORVAExt *(*morva)(void *unused, void *context);
 } QZEntryPoints;
 

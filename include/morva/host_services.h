@@ -20,6 +20,7 @@
 
 typedef struct HostServices HostServices;
 
+/** Every service is asked for with the table itself as the first argument. */
 struct HostServices {
   void *slot0[3];
   /**

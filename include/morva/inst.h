@@ -49,7 +49,9 @@ typedef struct PinnedEntry PinnedEntry;
  * again.
  */
 struct PinnedEntry {
+  /** The entry pushed before; null at the end. */
   PinnedEntry *next;
+  /** The node that is not to be removed. */
   RecordNode *node;
 };
 
@@ -103,15 +105,20 @@ struct MORVAInst {
 
   /** The extension that made the instance; its pool holds the instance. */
   MORVAExt *ext;
+  /** The pool "records"; null with flagVarKey, and until the layout is fixed. */
   HostPool *recordPool;
+  /** The pool "varkeys"; null without flagVarKey. */
   HostPool *varkeyPool;
+  /** The pool "inodes"; null without flagOrdered. */
   HostPool *inodePool;
   /** Newest record block; each block's first word links to the one taken before. */
   void *recordBlocks;
   /** Newest block of order nodes, linked likewise. */
   void *inodeBlocks;
 
+  /** Option bits, see MORVAFlag: as given, but for the two state bits. */
   uint32_t flags;
+  /** The hash method in use, 2 to 9. */
   uint32_t hashMethod;
   /** Record blocks taken. */
   uint32_t recordBlockCount;
@@ -119,6 +126,7 @@ struct MORVAInst {
   uint32_t recordSize;
   /** From the record base to the data part, or the duplicate links; 0 with flagVarKey. */
   uint32_t dataOffset;
+  /** Bytes of the data part of every record. */
   uint32_t dataLength;
   /** Length of the fields defined so far. */
   uint32_t definedKeyLength;
@@ -133,20 +141,29 @@ struct MORVAInst {
   int64_t recordBlockMax;
   /** Bytes of record blocks taken since creation or the last MORVAClear. */
   uint64_t totalMem;
+  /** Slots used of the newest block of order nodes. */
   int64_t inodesUsed;
+  /** Slots of the newest block of order nodes. */
   int64_t inodeBlockCapacity;
 
   /** What lookups add to the sums of the records they reach. */
   double sumIncrement;
 
+  /** The companion "qzevp"; null in the raw-byte modes. */
   RecordPackerExt *vpExt;
+  /** What packs the keys; null in the raw-byte modes. */
   RecordPacker *recordPacker;
+  /** The companion "qzeavl". */
   TreeExt *treeExt;
+  /** What keeps the trees of the buckets. */
   TreeContainer *tree;
+  /** The insertion order; null without flagOrdered. */
   OrderList *orderList;
+  /** The buckets, and the count of records. */
   BucketArray *buckets;
   /** Null with flagNoLock. */
   HostLock *lock;
+  /** The companion "qzeai"; null without flagOrdered. */
   OrderListExt *aiExt;
 
   uint64_t (*Recoff)(const MORVAInst *inst, const RecordNode *node);

@@ -21,6 +21,7 @@
 
 typedef struct OrderList OrderList;
 
+/** The order of one instance. The library reads and writes the words named here. */
 struct OrderList {
   void *slot0[2];
   /** Destroys the list; its nodes are the instance's. */

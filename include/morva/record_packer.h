@@ -82,6 +82,7 @@ MORVA_LAYOUT_SIZE(PackerClosing, 64);
 
 typedef struct RecordPacker RecordPacker;
 
+/** The packer of one instance: fields are defined, the definition finished, then keys packed. */
 struct RecordPacker {
   void *slot0[2];
   /** Destroys the packer (MORVADestroy, or a creation that failed). */

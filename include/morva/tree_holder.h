@@ -68,10 +68,14 @@ typedef struct TreeCallbacks {
                          RecordNode **next);
   /** Unlinks and answers the node with the probe's key, both links 0; null when there is none. */
   RecordNode *(*killer)(TreeHolder *holder, RecordNode *probe);
+  /** As `adder`, under the lock. */
   RecordNode *(*safe_adder)(TreeHolder *holder, RecordNode *node);
+  /** As `finder`, under the lock. */
   RecordNode *(*safe_finder)(TreeHolder *holder, RecordNode *probe);
+  /** As `fuzzier`, under the lock. */
   RecordNode *(*safe_fuzzier)(TreeHolder *holder, RecordNode *probe, RecordNode **prev,
                               RecordNode **next);
+  /** As `killer`, under the lock. */
   RecordNode *(*safe_killer)(TreeHolder *holder, RecordNode *probe);
 } TreeCallbacks;
 
