@@ -1,0 +1,661 @@
+/**
+ * @file
+ * The typed table: keys and data in one hash instance, with the habits of the
+ * standard containers.
+ *
+ *   auto ext = morva::extension::load();
+ *   auto made = morva::table<std::uint64_t, order, morva::ordered>::make(*ext, {.expected =
+ * 50'000}); auto &orders = *made; auto stored = orders.insert(17, order{...});      // result<bool>
+ *   if (auto at = orders.find(17)) at->data.amount += 1;
+ *   for (auto [id, order] : orders) ...               // in insertion order
+ *
+ * With the feature `throws` the same operations answer bool, size_type and so
+ * on, and throw.
+ *
+ * Records never move. What ends cursors, iterators and references:
+ *
+ *   operation                            ends those to
+ *   find, contains, count, at, sum       nothing
+ *   insert, insert_or_assign,            nothing; insert_or_assign writes the data
+ *     find_or_insert, add_to_sum           in place
+ *   erase(key)                           all records of that key
+ *   erase(cursor), erase(iterator)       that record; and, where it is the first of
+ *                                          several of its key, the second: its contents
+ *                                          move into the first's place, so those to
+ *                                          the first show what was the second
+ *   clear, clear_keeping_memory          all records
+ *   assigning to, or destroying a table  all records it had
+ *   moving from, swapping                nothing: they follow their records
+ *
+ * Threads. Without the feature `locked`, as with the standard containers: any
+ * number of threads may call const operations, or one any. With it, each
+ * operation is one step for the others; hold a guard (lock()) while data is
+ * used in place, and through several operations that belong together. A
+ * reader() looks up without the lock, beside other readers, while nobody
+ * changes the table.
+ *
+ * Cost: see morva/operations.h; lookups allocate nothing. When an operation
+ * answers an error, the table is as it was before.
+ */
+#ifndef MORVA_TABLE_HPP
+#define MORVA_TABLE_HPP
+
+#include <cmath>
+#include <concepts>
+#include <functional>
+#include <ranges>
+#include <utility>
+
+#include "morva/composed.hpp"
+#include "morva/cursor.hpp"
+#include "morva/extension.hpp"
+#include "morva/key.hpp"
+#include "morva/options.hpp"
+#include "morva/reader.hpp"
+#include "morva/result.hpp"
+
+namespace morva {
+
+/** Holds the lock of a table while it lives. Goes before the table does. */
+class [[nodiscard]] guard {
+ public:
+  /** Holds nothing when `lock` is null. */
+  explicit guard(HostLock *lock) noexcept : lock_(lock) {
+    if (lock_ != nullptr) lock_->acquire(lock_, MORVA_LOCK_CHANGE, 1);
+  }
+  guard(guard &&other) noexcept : lock_(std::exchange(other.lock_, nullptr)) {}
+  guard &operator=(guard &&) = delete;
+  guard(const guard &) = delete;
+  guard &operator=(const guard &) = delete;
+  ~guard() {
+    if (lock_ != nullptr) lock_->release(lock_);
+  }
+
+ private:
+  HostLock *lock_;
+};
+
+/**
+ * A table of records of a Key (morva/key.hpp) and a Data, with features
+ * (morva/options.hpp). An empty Data takes no room: the table is a set.
+ */
+template <class Key, class Data, class... Features>
+class table {
+  using traits = detail::key_traits<Key>;
+  using set = detail::feature_set<Features...>;
+  using positions = detail::positions<Key, Data, Features...>;
+  using answers = detail::answers<std::conditional_t<set::template has<throws>, throws, void>>;
+  template <class T>
+  using answer = typename answers::template type<T>;
+
+  static constexpr bool hasOrder = set::template has<ordered>;
+  static constexpr bool hasDuplicates = set::template has<duplicates>;
+  static constexpr bool hasSums = set::template has<sums>;
+  static constexpr bool hasLock = set::template has<locked>;
+  static constexpr bool canThrow = set::template has<throws>;
+
+  static_assert(std::is_object_v<Data> && std::is_trivially_copyable_v<Data>,
+                "data is copied byte by byte: it must be a trivially copyable type");
+  static_assert(!std::is_const_v<Data> && !std::is_volatile_v<Data>,
+                "data can be written in place: its type is neither const nor volatile");
+  static_assert(alignof(Data) <= 8, "data is kept at addresses that are multiples of 8");
+  static_assert(sizeof(Data) <= (1U << 28), "data has at most 256 MiB");
+  static_assert(traits::bounded || !hasDuplicates,
+                "text of any length cannot have duplicates: use morva::text<N>");
+  static_assert(traits::bounded || !hasSums,
+                "text of any length cannot have sums: use morva::text<N>");
+
+ public:
+  using key_type = Key;
+  using mapped_type = Data;
+  /** What operations take as a key: `const Key &`, std::string_view, or a row. */
+  using key_argument = typename traits::argument;
+  using reference = typename positions::template entry_type<false>;
+  using const_reference = typename positions::template entry_type<true>;
+  using value_type = reference;
+  using size_type = std::size_t;
+  using difference_type = std::ptrdiff_t;
+  using cursor = basic_cursor<positions, false>;
+  using const_cursor = basic_cursor<positions, true>;
+  using iterator = basic_iterator<positions, false>;
+  using const_iterator = basic_iterator<positions, true>;
+  /** Looks up beside other readers, without the lock. */
+  using reader_type = basic_reader<table>;
+
+  /** What find_or_insert answers. */
+  struct insertion {
+    cursor position;
+    bool inserted;
+  };
+
+  // ---- Making, moving, destroying -------------------------------------------------
+
+  /**
+   * Makes a table. Fails with no_memory; with unsupported for an ordered table
+   * on a host without a way to walk the order; with refused when the host's
+   * record packer does not take a composed key; with not_loaded for an
+   * extension that was moved from.
+   */
+  static answer<table> make(const extension &on, const table_options &options = {}) {
+    return answers::template give<table>(tryMake(on, options));
+  }
+
+  /** As make. */
+  explicit table(const extension &on, const table_options &options = {}) requires(canThrow)
+      : table(make(on, options)) {}
+
+  /** No table: empty, and stays so. As after a move. */
+  table() noexcept = default;
+
+  table(table &&other) noexcept
+      : on_(std::move(other.on_)),
+        inst_(std::exchange(other.inst_, nullptr)),
+        long_(std::move(other.long_)) {}
+  table &operator=(table &&other) noexcept {
+    table gone(std::move(*this));
+    swap(other);
+    return *this;
+  }
+  table(const table &) = delete;
+  table &operator=(const table &) = delete;
+  ~table() {
+    if (inst_ != nullptr) inst_->Destroy(inst_);
+  }
+
+  void swap(table &other) noexcept {
+    std::swap(on_, other.on_);
+    std::swap(inst_, other.inst_);
+    std::swap(long_, other.long_);
+  }
+  friend void swap(table &a, table &b) noexcept { a.swap(b); }
+
+  /** Whether there is a table: not after a move. */
+  explicit operator bool() const noexcept { return inst_ != nullptr; }
+
+  // ---- Size ---------------------------------------------------------------------------
+
+  /** Records, those of one key counted each. */
+  size_type size() const noexcept { return inst_ != nullptr ? inst_->NumElements(inst_) : 0; }
+  [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+  static constexpr size_type max_size() noexcept { return UINT32_MAX; }
+  size_type bucket_count() const noexcept { return inst_ != nullptr ? inst_->HashSize(inst_) : 0; }
+  /** Bytes of record blocks taken since the last clear(); 0 for text of any length. */
+  std::uint64_t memory() const noexcept { return inst_ != nullptr ? inst_->TotalMem(inst_) : 0; }
+
+  // ---- Storing ----------------------------------------------------------------------
+
+  /**
+   * Stores a record. True when it was stored; false when the key is there
+   * already and nothing was stored, which with `duplicates` does not happen:
+   * the record becomes the last of its key. Fails with no_memory, key_too_long,
+   * no_table, refused.
+   */
+  answer<bool> insert(key_argument key, const Data &data = Data()) {
+    const guard hold(own());
+    return answers::template give<bool>(store(&MORVAInst::Add, key, data));
+  }
+
+  /**
+   * Stores a record, or writes the data of all records the key has. True when
+   * it was stored. With `sums` the first record's sum begins anew. Fails as
+   * insert.
+   */
+  answer<bool> insert_or_assign(key_argument key, const Data &data) {
+    const guard hold(own());
+    const size_type before = size();
+    result<bool> stored = store(&MORVAInst::Replace, key, data);
+    if (stored) stored = size() != before;
+    return answers::template give<bool>(stored);
+  }
+
+  /** The first record of the key, stored with `data` when there was none. Fails as insert. */
+  answer<insertion> find_or_insert(key_argument key, const Data &data = Data()) {
+    const guard hold(own());
+    return answers::template give<insertion>(findOrStore(key, data));
+  }
+
+  /** The data of the key's first record, made when there is none. */
+  Data &operator[](key_argument key) requires(canThrow &&std::default_initializable<Data>) {
+    return find_or_insert(key, Data()).position->data;
+  }
+
+  /**
+   * Inserts pairs of a key and data. Answers how many were stored. One step for
+   * other threads. Fails as insert; what was stored before the failure stays.
+   */
+  template <std::ranges::input_range Pairs>
+  answer<size_type> insert_range(Pairs &&pairs) {
+    const guard hold(own());
+    size_type count = 0;
+    for (auto &&[key, data] : pairs) {
+      const result<bool> stored = store(&MORVAInst::Add, key, data);
+      if (!stored) return answers::template give<size_type>(stored.error());
+      if (*stored) ++count;
+    }
+    return answers::template give<size_type>(count);
+  }
+
+  // ---- Finding ----------------------------------------------------------------------
+
+  /** The first record of the key, or none (end()). */
+  cursor find(key_argument key) noexcept { return cursor(findKey(key)); }
+  const_cursor find(key_argument key) const noexcept { return const_cursor(findKey(key)); }
+
+  bool contains(key_argument key) const noexcept { return findKey(key).node != nullptr; }
+
+  /** How many records the key has. */
+  size_type count(key_argument key) const noexcept {
+    const guard hold(own());
+    return countFrom(locate(key));
+  }
+
+  /** The data of the key's first record. Fails with not_found. */
+  answer<Data &> at(key_argument key) {
+    const cursor found = find(key);
+    if (!found) return answers::template give<Data &>(errc::not_found);
+    return answers::template give<Data &>(found->data);
+  }
+  answer<const Data &> at(key_argument key) const {
+    const const_cursor found = find(key);
+    if (!found) return answers::template give<const Data &>(errc::not_found);
+    return answers::template give<const Data &>(found->data);
+  }
+
+  /** The records of the key, in the order they were inserted. */
+  records<cursor> equal_range(key_argument key) noexcept { return records(find(key)); }
+  records<const_cursor> equal_range(key_argument key) const noexcept { return records(find(key)); }
+
+  /** All records; see basic_iterator for the order. */
+  iterator begin() noexcept { return start<iterator>(); }
+  const_iterator begin() const noexcept { return start<const_iterator>(); }
+  const_iterator cbegin() const noexcept { return begin(); }
+  iterator end() noexcept { return {}; }
+  const_iterator end() const noexcept { return {}; }
+  const_iterator cend() const noexcept { return {}; }
+
+  // ---- Sums: tables with the feature sums ----------------------------------------------
+
+  /** The sum of the key's first record; 0.0 when there is none. Begins at 0.0. */
+  double sum(key_argument key) const noexcept requires(hasSums) {
+    const guard hold(own());
+    return sumAt(locate(key));
+  }
+  /** The sum of a record; 0.0 for none. */
+  double sum(const_cursor record) const noexcept requires(hasSums) {
+    const guard hold(own());
+    return sumAt(record.at_);
+  }
+
+  /**
+   * Adds to the sum of the key's first record, and answers the new sum. Fails
+   * with not_found, and with not_a_number where the amount or the sum would be
+   * a NaN.
+   */
+  answer<double> add_to_sum(key_argument key, double amount) requires(hasSums) {
+    const guard hold(own());
+    return answers::template give<double>(addAt(locate(key), amount, errc::not_found));
+  }
+  /** Adds to the sum of a record; fails with no_record for none. */
+  answer<double> add_to_sum(cursor record, double amount) requires(hasSums) {
+    const guard hold(own());
+    return answers::template give<double>(addAt(record.at_, amount, errc::no_record));
+  }
+  /**
+   * Adds to the sum of the key's first record, which is stored with `data`
+   * when there is none: what grouping needs. Fails as insert and add_to_sum.
+   */
+  answer<double> add_to_sum(key_argument key, double amount, const Data &data) requires(hasSums) {
+    const guard hold(own());
+    return answers::template give<double>(storeAndAdd(key, amount, data));
+  }
+
+  // ---- Removing ----------------------------------------------------------------------
+
+  /** Removes all records of the key; answers how many. Fails with no_memory and pinned. */
+  answer<size_type> erase(key_argument key) {
+    const guard hold(own());
+    return answers::template give<size_type>(removeKey(key));
+  }
+
+  /**
+   * Removes one record; answers the next of its key, or none. Fails with
+   * no_record for none, no_memory and pinned.
+   */
+  answer<cursor> erase(cursor record) {
+    const guard hold(own());
+    const detail::place next = following(record.at_);
+    const result<void> done = removeOne(record.at_);
+    if (!done) return answers::template give<cursor>(done.error());
+    return answers::template give<cursor>(cursor(next));
+  }
+
+  /** Removes one record; answers the next of the table. Fails as erase of a cursor. */
+  answer<iterator> erase(iterator record) {
+    const guard hold(own());
+    iterator next = record;
+    // Where the next record of the key moves into this place, this is the next.
+    if (record != end() && !(following(record.at_) == record.at_)) ++next;
+    const result<void> done = removeOne(record.at_);
+    if (!done) return answers::template give<iterator>(done.error());
+    return answers::template give<iterator>(next);
+  }
+
+  /** Removes all records, and gives their memory back to the host. */
+  void clear() noexcept {
+    if (inst_ != nullptr) inst_->Clear(inst_);
+  }
+  /** Removes all records, and keeps their memory for new ones. */
+  void clear_keeping_memory() noexcept {
+    if (inst_ != nullptr) inst_->Clear2(inst_);
+  }
+
+  // ---- Threads -------------------------------------------------------------------------
+
+  /** Holds the table's lock while the guard lives. A thread may lock again what it holds. */
+  guard lock() const noexcept requires(hasLock) { return guard(own()); }
+
+  /** A reader for the calling thread; see basic_reader. It goes before the table does. */
+  reader_type reader() const noexcept { return reader_type(*this); }
+
+  // ---- Comparing, and the C interface ----------------------------------------------------
+
+  /**
+   * Whether the tables hold the same keys, with equal data (and sums) in the
+   * same order under each. How they were made, and the order of the keys, does
+   * not count.
+   */
+  friend bool operator==(const table &a, const table &b) requires(std::equality_comparable<Data> ||
+                                                                  std::is_empty_v<Data>) {
+    if (&a == &b) return true;
+    // One order for both, so that two threads cannot wait for each other.
+    const bool inOrder = std::less<>{}(&a, &b);
+    const guard first((inOrder ? a : b).own());
+    const guard second((inOrder ? b : a).own());
+    return a.equals(b);
+  }
+
+  /**
+   * The instance, for the C interface; null after a move. It stays the table's.
+   * A sum increment set through it counts lookups as well.
+   */
+  MORVAInst *native() const noexcept { return inst_; }
+
+ private:
+  friend reader_type;
+  using place = detail::place;
+  using operation = MORVAStatus (*MORVAInst::*)(MORVAInst *, const void *, const void *,
+                                                std::int32_t);
+  struct nothing {};
+  using long_keys =
+      std::conditional_t<traits::bounded, nothing, std::unique_ptr<detail::long_keys>>;
+
+  table(extension::state_hold on, MORVAInst *inst, long_keys longKeys) noexcept
+      : on_(std::move(on)), inst_(inst), long_(std::move(longKeys)) {}
+
+  static result<table> tryMake(const extension &on, const table_options &options) {
+    if (!on.state_) return errc::not_loaded;
+    if (hasOrder && on.state_->host->walk.first == nullptr) return errc::unsupported;
+    long_keys longKeys{};
+    if constexpr (!traits::bounded) {
+      longKeys.reset(new (std::nothrow) detail::long_keys);
+      if (!longKeys) return errc::no_memory;
+    }
+    MORVAParms parms{};
+    parms.dataLength = dataLength;
+    parms.keyLength = traits::length;
+    parms.flags = traits::flags | set::flags;
+    parms.hashMethod = static_cast<std::int32_t>(options.hash.value_or(traits::hash));
+    parms.hashExp = detail::hash_exp_for(options.expected);
+    parms.memHint = options.memory_hint;
+    MORVAExt *ext = on.native();
+    MORVAInst *inst = ext->Create(ext, &parms, nullptr, options.name);
+    if (inst == nullptr) return errc::no_memory;
+    table made(on.state_, inst, std::move(longKeys));
+    const MORVAStatus status = traits::define(inst, dataLength);
+    if (status != MORVA_OK) return static_cast<errc>(status);
+    return made;
+  }
+
+  static constexpr std::uint32_t dataLength = std::is_empty_v<Data> ? 0 : sizeof(Data);
+
+  // What a guard for the table's lock is made of.
+  HostLock *own() const noexcept { return hasLock && inst_ != nullptr ? inst_->lock : nullptr; }
+
+  // ---- finding; findKey and start take the lock, for the others it is held ----
+
+  place findKey(key_argument key) const noexcept {
+    const guard hold(own());
+    return locate(key);
+  }
+
+  place locate(key_argument key) const noexcept {
+    if (inst_ == nullptr || !traits::fits(key)) return {};
+    return findRaw(traits::raw(key));
+  }
+
+  place findRaw(detail::raw_key key) const noexcept {
+    return withProbe(key, [&](RecordNode *probe) { return look(key, probe); });
+  }
+
+  // Calls back with a probe that has room for the image of `key`; with a key
+  // that no record can have, answers nothing.
+  template <class Use>
+  auto withProbe(detail::raw_key key, Use use) const noexcept {
+    if constexpr (!traits::bounded) {
+      const auto length = static_cast<std::size_t>(key.length);
+      if (length > traits::on_stack) {
+        using answered = decltype(use(nullptr));
+        return length > long_->longest() ? answered{} : long_->with_probe(use);
+      }
+    }
+    typename traits::probe room;
+    return use(&room.node);
+  }
+
+  // The first record of a key, by way of the caller's probe.
+  place look(detail::raw_key key, RecordNode *probe) const noexcept {
+    void *data = nullptr;
+    inst_->Find2(inst_, key.bytes, key.length, probe, &data);
+    if (data == nullptr) return {};
+    // The probe's data would begin where the record's does.
+    const auto ahead =
+        detail::place_at<hasDuplicates>(inst_, probe).data - reinterpret_cast<std::byte *>(probe);
+    auto *bytes = static_cast<std::byte *>(data);
+    return {reinterpret_cast<RecordNode *>(bytes - ahead), bytes};
+  }
+
+  static size_type countFrom(place at) noexcept {
+    size_type count = 0;
+    for (; at.node != nullptr; at = detail::next_of_key<hasDuplicates>(at)) ++count;
+    return count;
+  }
+
+  template <class Iterator>
+  Iterator start() const noexcept {
+    if (inst_ == nullptr) return {};
+    const guard hold(own());
+    return Iterator(inst_, on_->host->walk);
+  }
+
+  // ---- storing; the lock is held ----
+
+  // True when stored, false when the key was there.
+  result<bool> store(operation how, key_argument key, const Data &data) {
+    if (inst_ == nullptr) return errc::no_table;
+    if (!traits::fits(key)) return errc::key_too_long;
+    const detail::raw_key raw = traits::raw(key);
+    if constexpr (!traits::bounded) {
+      const auto length = static_cast<std::size_t>(raw.length);
+      if (length > traits::on_stack && !long_->reserve(length)) return errc::no_memory;
+    }
+    if (hasOrder && needsOrderBlock()) return storeCarefully(how, raw, data);
+    return told((inst_->*how)(inst_, std::addressof(data), raw.bytes, raw.length));
+  }
+
+  static result<bool> told(MORVAStatus status) {
+    if (status == MORVA_OK) return true;
+    if (status == MORVA_PRESENT) return false;
+    return static_cast<errc>(status);
+  }
+
+  // Whether the next new key takes a block of order nodes from the host.
+  bool needsOrderBlock() const noexcept {
+    return inst_->freeInodes == nullptr && inst_->inodesUsed >= inst_->inodeBlockCapacity;
+  }
+
+  // Where the order node cannot be had, the library leaves the new record in
+  // its tree, uncounted and without data. Then it is taken out again here, its
+  // node left unused until the table is cleared.
+  result<bool> storeCarefully(operation how, detail::raw_key key, const Data &data) {
+    std::uint32_t bucket = 0;
+    const MORVAStatus ready = inst_->HashVal(inst_, key.bytes, key.length, &bucket);
+    if (ready != MORVA_OK) return static_cast<errc>(ready);
+    const bool wasThere = findRaw(key).node != nullptr;
+    const MORVAStatus status = (inst_->*how)(inst_, std::addressof(data), key.bytes, key.length);
+    if (status == MORVA_NO_MEMORY && !wasThere) {
+      withProbe(key, [&](RecordNode *probe) {
+        if (look(key, probe).node == nullptr) return false;
+        RecordNode *node =
+            inst_->tree->remove(inst_->tree, MORVABucketAt(inst_->buckets, bucket), probe);
+        if (!traits::bounded) inst_->varkeyPool->free(inst_->varkeyPool, node);
+        return true;
+      });
+    }
+    return told(status);
+  }
+
+  result<insertion> findOrStore(key_argument key, const Data &data) {
+    const place found = locate(key);
+    if (found.node != nullptr) return insertion{cursor(found), false};
+    const result<bool> stored = store(&MORVAInst::Add, key, data);
+    if (!stored) return stored.error();
+    return insertion{cursor(locate(key)), *stored};
+  }
+
+  // ---- summing; the lock is held ----
+
+  double *sumOf(const place &at) const noexcept {
+    auto *base = static_cast<std::byte *>(MORVARecordBase(at.node));
+    return reinterpret_cast<double *>(base + inst_->sumOffset);
+  }
+
+  double sumAt(const place &at) const noexcept { return at.node != nullptr ? *sumOf(at) : 0.0; }
+
+  result<double> addAt(const place &at, double amount, errc none) {
+    if (std::isnan(amount)) return errc::not_a_number;
+    if (at.node == nullptr) return none;
+    const double sum = *sumOf(at) + amount;
+    if (std::isnan(sum)) return errc::not_a_number;  // infinities of both signs
+    return *sumOf(at) = sum;
+  }
+
+  result<double> storeAndAdd(key_argument key, double amount, const Data &data) {
+    if (std::isnan(amount)) return errc::not_a_number;
+    const result<insertion> found = findOrStore(key, data);
+    if (!found) return found.error();
+    return addAt(found->position.at_, amount, errc::not_found);
+  }
+
+  // ---- removing; the lock is held ----
+
+  // The place of the record that comes after the one at `at` once that is gone.
+  static place following(const place &at) noexcept {
+    if (at.node == nullptr) return {};
+    const place next = detail::next_of_key<hasDuplicates>(at);
+    if constexpr (hasDuplicates) {
+      if (next.node != nullptr && detail::is_first_of_key(at)) return at;
+    }
+    return next;
+  }
+
+  result<size_type> removeKey(key_argument key) {
+    if (inst_ == nullptr) return errc::no_table;
+    const size_type count = countFrom(locate(key));
+    if (count == 0) return count;
+    const detail::raw_key raw = traits::raw(key);
+    const MORVAStatus status = inst_->Remove(inst_, raw.bytes, raw.length);
+    if (status != MORVA_OK) return static_cast<errc>(status);
+    return count;
+  }
+
+  result<void> removeOne(const place &at) {
+    if (inst_ == nullptr) return errc::no_table;
+    if (at.node == nullptr) return errc::no_record;
+    const MORVAStatus status = traits::with_stored(at.node, [&](detail::raw_key key) {
+      if constexpr (!hasDuplicates) return inst_->Remove(inst_, key.bytes, key.length);
+      void *word = at.data;
+      return inst_->RemoveDup(inst_, &word, key.bytes, key.length);
+    });
+    if (status != MORVA_OK) return static_cast<errc>(status);
+    return {};
+  }
+
+  // ---- comparing; both locks are held ----
+
+  bool equals(const table &other) const {
+    if (size() != other.size()) return false;
+    for (auto at = begin(); at != end(); ++at) {
+      if (hasDuplicates && !detail::is_first_of_key(at.at_)) continue;
+      const place theirs = traits::with_stored(
+          at.at_.node, [&](detail::raw_key key) { return other.findStored(key); });
+      if (!equalRecords(at.at_, other, theirs)) return false;
+    }
+    return true;
+  }
+
+  // As findRaw, for a key that need not fit: another table's.
+  place findStored(detail::raw_key key) const noexcept {
+    return inst_ != nullptr ? findRaw(key) : place{};
+  }
+
+  bool equalRecords(place ours, const table &other, place theirs) const {
+    while (ours.node != nullptr && theirs.node != nullptr) {
+      if constexpr (!std::is_empty_v<Data>) {
+        if (!(const_cursor(ours)->data == const_cursor(theirs)->data)) return false;
+      }
+      if constexpr (hasSums) {
+        if (sumAt(ours) != other.sumAt(theirs)) return false;
+      }
+      ours = detail::next_of_key<hasDuplicates>(ours);
+      theirs = detail::next_of_key<hasDuplicates>(theirs);
+    }
+    return ours.node == theirs.node;
+  }
+
+  extension::state_hold on_;
+  MORVAInst *inst_ = nullptr;
+  [[no_unique_address]] long_keys long_{};
+};
+
+/**
+ * Removes the records for which `condition` answers true; answers how many.
+ * One step for other threads. Fails as table::erase; what went before the
+ * failure is gone.
+ */
+template <class Key, class Data, class... Features, class Condition>
+auto erase_if(table<Key, Data, Features...> &from, Condition condition)
+    -> decltype(from.erase(std::declval<typename table<Key, Data, Features...>::key_argument>())) {
+  const guard hold(detail::feature_set<Features...>::template has<locked> && from
+                       ? from.native()->lock
+                       : nullptr);
+  std::size_t count = 0;
+  for (auto at = from.begin(); at != from.end();) {
+    if (!condition(*at)) {
+      ++at;
+      continue;
+    }
+    auto next = from.erase(at);
+    if constexpr (detail::feature_set<Features...>::template has<throws>) {
+      at = next;
+    } else {
+      if (!next) return next.error();
+      at = *next;
+    }
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace morva
+
+#endif
