@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan format lint clean
+.PHONY: all demo test test-release test-asan test-tsan package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -29,8 +29,21 @@ build/%/.demo-tools:
 	sh scripts/install-tools.sh build demo
 	mkdir -p $(@D) && touch $@
 
+# The Debian packages, in build/package.
+package:
+	sh scripts/install-tools.sh build package
+	cmake -C packaging/debian.cmake -S . -B build/package
+	cmake --build build/package --parallel $(JOBS)
+	cd build/package && cpack
+
+# The reference as web pages, in build/release/docs/reference/html.
+reference:
+	sh scripts/install-tools.sh build reference
+	cmake --preset release -DMORVA_BUILD_TESTS=OFF
+	cmake --build --preset release --target reference
+
 format:
-	find include src host cli examples tests -name '*.h' -o -name '*.cpp' -o -name '*.c' | xargs clang-format -i
+	find include src host cli examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' | xargs clang-format -i
 
 lint:
 	sh scripts/install-tools.sh build test lint

@@ -1,8 +1,17 @@
 # What every target of the tree has in common.
 
 add_library(morva_headers INTERFACE)
+add_library(morva::headers ALIAS morva_headers)
 target_include_directories(morva_headers INTERFACE
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
+# The C++ interface: headers alone, on the embedded host. They load the library
+# when the program runs; who wants it linked in adds morva::morva.
+add_library(morva_cpp INTERFACE)
+add_library(morva::cpp ALIAS morva_cpp)
+target_compile_features(morva_cpp INTERFACE cxx_std_20)
+target_link_libraries(morva_cpp INTERFACE morva_headers qzhost ${CMAKE_DL_LIBS})
 
 # Warnings and sanitizers; linked privately by each target.
 add_library(morva_build INTERFACE)
@@ -15,7 +24,8 @@ if(MORVA_SANITIZE)
 endif()
 
 # Builds NAME as a shared and as a static library from one set of objects:
-# targets NAME (shared), NAME_static and NAME_objects.
+# targets NAME (shared), NAME_static and NAME_objects; the first two are also
+# morva::NAME and morva::NAME_static, their names once installed.
 function(morva_add_library name)
   cmake_parse_arguments(arg "" "VERSION_SCRIPT" "SOURCES;OPTIONS;LINK_OPTIONS" ${ARGN})
 
@@ -28,6 +38,7 @@ function(morva_add_library name)
   target_link_libraries(${name}_objects PUBLIC morva_headers PRIVATE morva_build)
 
   add_library(${name} SHARED $<TARGET_OBJECTS:${name}_objects>)
+  add_library(morva::${name} ALIAS ${name})
   set_target_properties(${name} PROPERTIES
     VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
     LINK_DEPENDS ${arg_VERSION_SCRIPT})
@@ -37,9 +48,8 @@ function(morva_add_library name)
   target_link_libraries(${name} PUBLIC morva_headers PRIVATE morva_build)
 
   add_library(${name}_static STATIC $<TARGET_OBJECTS:${name}_objects>)
+  add_library(morva::${name}_static ALIAS ${name}_static)
   set_target_properties(${name}_static PROPERTIES OUTPUT_NAME ${name})
-  target_link_libraries(${name}_static PUBLIC morva_headers PRIVATE morva_build)
-
-  install(TARGETS ${name} ${name}_static
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  target_link_libraries(${name}_static
+    PUBLIC morva_headers PRIVATE $<BUILD_INTERFACE:morva_build>)
 endfunction()

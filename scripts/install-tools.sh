@@ -8,7 +8,16 @@ wanted=
 for job in "$@"; do
   case $job in
     build) wanted="$wanted cmake make g++" ;;
-    test) wanted="$wanted libgtest-dev libgmock-dev binutils" ;;
+    test)
+      wanted="$wanted libgtest-dev libgmock-dev binutils clang abigail-tools"
+      wanted="$wanted dpkg-dev file lintian pkg-config doxygen gdb groff-base"
+      ;;
+    package) wanted="$wanted dpkg-dev file" ;;
+    reference) wanted="$wanted doxygen" ;;
+    bench)
+      wanted="$wanted libboost1.81-dev libabsl-dev robin-map-dev libtsl-ordered-map-dev"
+      wanted="$wanted libglib2.0-dev uthash-dev libjudy-dev pkg-config python3"
+      ;;
     lint) wanted="$wanted clang clang-tidy" ;;
     demo) wanted="$wanted tzdata gawk" ;;
     *)

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Puts examples/first_table.c into the README.
+# Puts examples/first_table.c and first_table.cpp into the README.
 #   update-readme.sh          rewrites README.md
 #   update-readme.sh --check  fails when README.md is not up to date
 set -eu
@@ -8,7 +8,13 @@ cd "$(dirname "$0")/.."
 fresh=$(mktemp)
 trap 'rm -f "$fresh"' EXIT
 awk '
-  /^```c$/ { print; while ((getline line < "examples/first_table.c") > 0) print line; inside = 1; next }
+  /^```(c|cpp)$/ {
+    print
+    example = "examples/first_table." substr($0, 4)
+    while ((getline line < example) > 0) print line
+    inside = 1
+    next
+  }
   /^```$/ { inside = 0 }
   !inside { print }
 ' README.md >"$fresh"
