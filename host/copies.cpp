@@ -304,11 +304,17 @@ Copy *attachCopy(QZHost *host, const QZEntryPoints &entry, const char *name,
   Copy *copy = nullptr;
   switch (claim(host, entry.qzextver, entry.morva, &copy)) {
     case Claim::kNew:
-    case Claim::kAgain:
-      return copy;
+      // Whose a copy is that is no shared library cannot be seen.
+      if (dlsym(RTLD_DEFAULT, "morva") != reinterpret_cast<void *>(entry.morva) ||
+          !servesOutsider(RTLD_DEFAULT))
+        return copy;
+      releaseCopy(copy);
+      [[fallthrough]];
     case Claim::kTaken:
       error.say("'%s' serves another host", name);
       return nullptr;
+    case Claim::kAgain:
+      return copy;
     case Claim::kNoMemory:
       break;
   }

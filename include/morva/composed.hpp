@@ -56,7 +56,8 @@ constexpr packed_as packing_of() {
   } else if constexpr ((std::is_integral_v<T> || std::is_enum_v<T>)&&sizeof(T) <= 8) {
     return packed_as::integer;
   } else {
-    static_assert(!std::is_pointer_v<T>, "a pointer would be compared by address");
+    static_assert(!std::is_pointer_v<T> && !refers_only<T>,
+                  "a pointer or a view would be compared by address");
     static_assert(
         std::is_floating_point_v<T> ||
             (std::is_trivially_copyable_v<T> && std::has_unique_object_representations_v<T>),
@@ -210,6 +211,8 @@ struct composed_key {
                 "the fields of a composed key are members of one row type");
   static_assert(std::is_standard_layout_v<row> && std::default_initializable<row>,
                 "the row of a composed key is a standard-layout type with a default constructor");
+  // Records are looked up again by a row that is made on the stack.
+  static_assert(sizeof(row) <= 16384, "the row of a composed key has at most 16 KiB");
 
   using argument = const row &;
   using view = packed_key<First, Rest...>;

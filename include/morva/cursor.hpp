@@ -317,8 +317,8 @@ class basic_iterator {
       : inst_(inst), order_(inst, walk) {
     arrive();
   }
-  basic_iterator(const MORVAInst *inst, const order &order, const detail::place &at) noexcept
-      : inst_(inst), order_(order), at_(at) {}
+  basic_iterator(const MORVAInst *inst, const order &come, const detail::place &at) noexcept
+      : inst_(inst), order_(come), at_(at) {}
 
   // The first record of the key the order has come to.
   void arrive() noexcept {

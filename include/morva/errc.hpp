@@ -13,7 +13,7 @@
 
 namespace morva {
 
-/** Why something was not done. The table is as it was before. */
+/** Why something was not done. What was not done changed nothing. */
 enum class errc : std::uint32_t {
   /** The host had no memory, or no further lock, pool or companion. */
   no_memory = MORVA_NO_MEMORY,

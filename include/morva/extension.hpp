@@ -6,9 +6,12 @@
  *   auto morva = morva::extension::load();           // libmorva.so.1, embedded host
  *   if (!morva) return complain(morva.error().sentence());
  *
- * One copy of the library serves one host at a time. Loading on an embedded host gives
- * further hosts copies of their own; a copy linked into the program, and any
- * copy on a host of your own, is refused while another host has it.
+ * One copy of the library serves one host at a time. Loading on an embedded
+ * host gives further hosts copies of their own; a copy linked into the program,
+ * and any copy on a host of your own, is refused while another host has it. So
+ * a program keeps one extension and makes all its tables with it. Only
+ * the first extensions of two hosts, made at one moment for one copy, must be
+ * kept apart by the program when one of the hosts is its own.
  */
 #ifndef MORVA_EXTENSION_HPP
 #define MORVA_EXTENSION_HPP
@@ -44,24 +47,34 @@ struct version_number {
 
 namespace detail {
 
+// What the library's file exports for loading.
+struct entry_points {
+  HostServices **slot;
+  decltype(&qzextver) version;
+  MORVAExt *(*entry)(void *unused, void *context);
+};
+
 struct extension_state : counted {
   shared<host_state> host;
   MORVAExt *ext = nullptr;
 
-  // On a host of the caller's: the copy's service table pointer, the copy's
-  // handle when it was loaded, and the neighbour among all such extensions.
+  // On a host of the caller's: the copy's service table pointer, whether it was
+  // set for this extension, the copy's handle when it was loaded, and the next
+  // of all such extensions.
   HostServices **slot = nullptr;
+  bool set_slot = false;
   void *handle = nullptr;
   extension_state *next = nullptr;
-  // On an embedded host.
-  std::uint32_t (*unload)(QZHost *host, MORVAExt *ext, char *error, std::size_t size) = nullptr;
 
   inline ~extension_state();
 };
 
 // All extensions on hosts of the caller's: a copy of the library is claimed for
-// one host with its first extension, and given back with its last.
-struct claims {
+// one host with its first extension, and given back with its last. The list is
+// one for the program as far as the linker makes it one.
+struct __attribute__((visibility("default"))) claims {
+  enum class outcome { claimed, taken, wrong_version };
+
   std::mutex mutex;
   extension_state *first = nullptr;
 
@@ -70,36 +83,53 @@ struct claims {
     return one;
   }
 
-  // False when the copy serves another host.
-  bool claim(extension_state &state, HostServices **slot) {
+  // The pointer is written for the first extension alone: others may be making
+  // tables by it.
+  outcome claim(extension_state &state, const entry_points &points) {
     const std::lock_guard<std::mutex> hold(mutex);
-    if (*slot != nullptr && *slot != state.host->services) return false;
-    state.slot = slot;
+    HostServices *const wanted = state.host->services;
+    HostServices *const found = *points.slot;
+    if (found != nullptr && found != wanted) return outcome::taken;
+    if (found == nullptr) {
+      std::int64_t major = 0;
+      std::int64_t minor = 0;
+      points.version(wanted, &major, &minor);
+      if (major != MORVA_HOST_MAJOR) {
+        *points.slot = nullptr;
+        return outcome::wrong_version;
+      }
+      state.set_slot = true;
+    }
+    state.slot = points.slot;
     state.next = first;
     first = &state;
-    *slot = state.host->services;
-    return true;
+    return outcome::claimed;
   }
 
   void drop(extension_state &state) {
     const std::lock_guard<std::mutex> hold(mutex);
-    bool last = true;
+    extension_state *heir = nullptr;
     for (extension_state **at = &first; *at != nullptr;) {
       if (*at == &state) {
         *at = state.next;
         continue;
       }
-      if ((*at)->slot == state.slot) last = false;
+      if ((*at)->slot == state.slot) heir = *at;
       at = &(*at)->next;
     }
-    if (last) *state.slot = nullptr;
+    if (!state.set_slot) return;
+    if (heir != nullptr) {
+      heir->set_slot = true;
+    } else {
+      *state.slot = nullptr;
+    }
   }
 };
 
 extension_state::~extension_state() {
   if (ext != nullptr) {
-    if (unload != nullptr) {
-      unload(host->embedded, ext, nullptr, 0);
+    if (host->embedded != nullptr) {
+      host->unload(host->embedded, ext, nullptr, 0);
     } else {
       ext->RealDestroy(ext);
     }
@@ -107,13 +137,6 @@ extension_state::~extension_state() {
   if (slot != nullptr) claims::all().drop(*this);
   if (handle != nullptr) dlclose(handle);
 }
-
-// What the library's file exports for loading.
-struct entry_points {
-  HostServices **slot;
-  MORVAStatus (*version)(HostServices *table, std::int64_t *major, std::int64_t *minor);
-  MORVAExt *(*entry)(void *unused, void *context);
-};
 
 }  // namespace detail
 
@@ -141,8 +164,8 @@ class extension {
     if (!state) return fail(errc::no_memory, "out of memory", "");
     if (state->host->embedded == nullptr) return loadForeign(std::move(state), file);
     load_failure failure;
-    state->ext = QZHostLoad(state->host->embedded, file, failure.text, sizeof failure.text);
-    state->unload = &QZHostUnload;
+    const detail::host_state &host = *state->host.get();
+    state->ext = host.load(host.embedded, file, failure.text, sizeof failure.text);
     if (state->ext == nullptr) return failure;
     return extension(std::move(state));
   }
@@ -163,13 +186,9 @@ class extension {
       return open(std::move(state), {&Exported_QZHandle, &qzextver, &morva}, "the linked library");
     }
     load_failure failure;
-    // The host answers for copies on embedded hosts; not for those on others.
-    if (Exported_QZHandle != nullptr && Exported_QZHandle != on.services()) {
-      return fail(errc::not_loaded, "the linked library", " serves another host already");
-    }
     const QZEntryPoints entry{"morva", &qzextver, &morva};
-    state->ext = QZHostAttach(on.native(), &entry, failure.text, sizeof failure.text);
-    state->unload = &QZHostUnload;
+    const detail::host_state &host = *state->host.get();
+    state->ext = host.attach(host.embedded, &entry, failure.text, sizeof failure.text);
     if (state->ext == nullptr) return failure;
     return extension(std::move(state));
   }
@@ -235,13 +254,12 @@ class extension {
 
   // Claims a copy of the library for a host of the caller's, and starts it.
   static made open(state_hold state, const detail::entry_points &points, const char *name) {
-    if (!detail::claims::all().claim(*state.get(), points.slot)) {
+    using outcome = detail::claims::outcome;
+    const outcome claimed = detail::claims::all().claim(*state.get(), points);
+    if (claimed == outcome::taken) {
       return fail(errc::not_loaded, name, " serves another host already");
     }
-    std::int64_t major = 0;
-    std::int64_t minor = 0;
-    points.version(state->host->services, &major, &minor);
-    if (major != MORVA_HOST_MAJOR) {
+    if (claimed == outcome::wrong_version) {
       return fail(errc::not_loaded, name, " is built for another host interface");
     }
     state->ext = points.entry(nullptr, nullptr);

@@ -40,9 +40,14 @@ namespace detail {
 struct host_state : counted {
   HostServices *services = nullptr;
   order_walk walk;
+  // The embedded host and what is asked of it; null for any other, so that a
+  // program on a host of its own need not link libqzhost.
   QZHost *embedded = nullptr;
-  // Set with `embedded`: a program on a host of its own need not link libqzhost.
-  std::uint32_t (*destroy)(QZHost *host, QZHostStats *left) = nullptr;
+  decltype(&QZHostDestroy) destroy = nullptr;
+  decltype(&QZHostGetStats) stats = nullptr;
+  decltype(&QZHostLoad) load = nullptr;
+  decltype(&QZHostAttach) attach = nullptr;
+  decltype(&QZHostUnload) unload = nullptr;
 
   ~host_state() {
     if (embedded != nullptr) destroy(embedded, nullptr);
@@ -66,6 +71,10 @@ class host {
     state->embedded = QZHostCreate(&wanted);
     if (state->embedded == nullptr) return errc::no_memory;
     state->destroy = &QZHostDestroy;
+    state->stats = &QZHostGetStats;
+    state->load = &QZHostLoad;
+    state->attach = &QZHostAttach;
+    state->unload = &QZHostUnload;
     state->services = QZHostServices(state->embedded);
     state->walk = {&QZOrderFirst, &QZOrderNext};
     return host(std::move(state));
@@ -102,7 +111,7 @@ class host {
   result<QZHostStats> stats() const {
     if (native() == nullptr) return errc::unsupported;
     QZHostStats stats;
-    QZHostGetStats(native(), &stats);
+    state_->stats(native(), &stats);
     return stats;
   }
 

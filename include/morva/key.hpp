@@ -9,18 +9,22 @@
  *   morva::composed<&Row::a, ...>    const Row &         the packed fields
  *
  * Keys are equal when their bytes are. A key type must therefore have one
- * byte pattern per value: no floating-point numbers, no padding. Text may hold
+ * byte pattern per value: no floating-point numbers, no padding. A pointer, also
+ * one inside a structure, is compared as an address. Text may hold
  * any bytes. Text of any length excludes the features duplicates and sums.
  */
 #ifndef MORVA_KEY_HPP
 #define MORVA_KEY_HPP
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <ranges>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -177,6 +181,12 @@ class long_keys {
  public:
   std::size_t longest() const noexcept { return longest_; }
 
+  // Gives the room back, when no such key is left.
+  void release() noexcept {
+    room_.reset();
+    longest_ = 0;
+  }
+
   // Makes room for keys of `length` bytes. False when there is no memory.
   bool reserve(std::size_t length) noexcept {
     if (length <= longest_) return true;
@@ -209,15 +219,30 @@ class long_keys {
   std::unique_ptr<std::byte[]> room_;
 };
 
+template <class T, class... Others>
+inline constexpr bool is_one_of = (std::is_same_v<T, Others> || ...);
+
 template <class Key>
-inline constexpr bool points_to_text =
-    std::is_pointer_v<Key> &&
-    (std::is_same_v<std::remove_cv_t<std::remove_pointer_t<Key>>, char> ||
-     std::is_same_v<std::remove_cv_t<std::remove_pointer_t<Key>>, unsigned char> ||
-     std::is_same_v<std::remove_cv_t<std::remove_pointer_t<Key>>, signed char>);
+inline constexpr bool points_to_text = std::is_pointer_v<Key>
+    &&is_one_of<std::remove_cv_t<std::remove_pointer_t<Key>>, char, signed char, unsigned char,
+                wchar_t, char8_t, char16_t, char32_t>;
+
+// Views, spans and the like, and arrays of them: their bytes say where values
+// are, not what.
+template <class T>
+inline constexpr bool refers_only = std::ranges::view<T>;
+template <class T>
+inline constexpr bool refers_only<std::reference_wrapper<T>> = true;
+template <class T, std::size_t N>
+inline constexpr bool refers_only<T[N]> = refers_only<T>;
+template <class T, std::size_t N>
+inline constexpr bool refers_only<std::array<T, N>> = refers_only<T> || points_to_text<T>;
 
 template <class Key>
 struct key_traits : fixed_key<Key> {
+  static_assert(!refers_only<Key>,
+                "a view would be compared by address: use std::string_view, or a type that holds "
+                "its values");
   static_assert(!points_to_text<Key>,
                 "a pointer to characters would be compared by address: use std::string_view");
   static_assert(!std::is_floating_point_v<Key>,

@@ -11,6 +11,7 @@
 #include "morva/cursor.hpp"
 #include "morva/errc.hpp"
 #include "morva/extension.hpp"
+#include "morva/guard.hpp"
 #include "morva/host.hpp"
 #include "morva/key.hpp"
 #include "morva/options.hpp"

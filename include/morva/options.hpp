@@ -17,7 +17,6 @@
 
 #include <bit>
 #include <cstdint>
-#include <optional>
 #include <type_traits>
 #include <utility>
 
@@ -35,6 +34,8 @@ struct throws;
 
 /** The hash methods; which to choose is measured in docs/hash-methods.md. */
 enum class hash_method : std::int32_t {
+  /** The one that suits the kind of key. */
+  automatic = 0,
   times_33 = 2,
   lookup2 = 3,
   elf = 4,
@@ -54,8 +55,7 @@ struct table_options {
    * each, at most 2^20. More keys are fine; the trees of the buckets grow.
    */
   std::uint64_t expected = 4096;
-  /** Left open, a method that suits the kind of key. */
-  std::optional<hash_method> hash = std::nullopt;
+  hash_method hash = hash_method::automatic;
   /** Sizes the largest record blocks, about 30 times this many bytes; below 1 for 2 MB. */
   std::int64_t memory_hint = 0;
 };
@@ -66,7 +66,7 @@ namespace detail {
 constexpr std::int32_t hash_exp_for(std::uint64_t expected) noexcept {
   constexpr int kLargest = 20;
   if (expected <= 1) return 0;
-  const int exp = std::bit_width(expected - 1);
+  const int exp = static_cast<int>(std::bit_width(expected - 1));
   return exp < kLargest ? exp : kLargest;
 }
 

@@ -7,8 +7,10 @@
 
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "morva/cursor.hpp"
+#include "morva/guard.hpp"
 #include "morva/key.hpp"
 
 namespace morva {
@@ -16,10 +18,12 @@ namespace morva {
 /**
  * Looks up records in a table that nobody changes, without its lock and
  * without touching anything that threads share; each thread has a reader of
- * its own. Made by table::reader(). It must go before the table does.
+ * its own. Made by table::reader(), which is an operation like others. It
+ * belongs to the table object, not to the records, and goes before it does.
  *
  * A table may be changed between the uses of its readers, as long as the
- * program sees to it that no reader is used meanwhile.
+ * program sees to it that no reader is used meanwhile. On a host with
+ * locked_trees a lookup shares the lock of the bucket's tree.
  */
 template <class Table>
 class basic_reader {
@@ -48,21 +52,33 @@ class basic_reader {
 
   explicit basic_reader(const Table &table) noexcept : table_(&table) {
     if constexpr (!traits::bounded) {
-      if (table.inst_ == nullptr || table.long_->longest() <= traits::on_stack) return;
-      longest_ = table.long_->longest();
-      const std::size_t size = sizeof(RecordNode) + sizeof(KeyPrefix) + longest_;
-      room_.reset(new (std::nothrow) std::byte[size]);
+      const guard hold(table.own());
+      if (table.inst_ != nullptr && table.long_->longest() > traits::on_stack) grow();
     }
   }
 
-  detail::place look(key_argument key) const noexcept {
+  // Makes room for the longest key the table has. Without memory the reader
+  // goes on as it is.
+  void grow() noexcept {
+    const std::size_t longest = table_->long_->longest();
+    const std::size_t size = sizeof(RecordNode) + sizeof(KeyPrefix) + longest;
+    std::unique_ptr<std::byte[]> room(new (std::nothrow) std::byte[size]);
+    if (!room) return;
+    room_ = std::move(room);
+    longest_ = longest;
+  }
+
+  detail::place look(key_argument key) noexcept {
     if (table_->inst_ == nullptr || !traits::fits(key)) return {};
     const detail::raw_key raw = traits::raw(key);
     if constexpr (!traits::bounded) {
       const auto length = static_cast<std::size_t>(raw.length);
-      // Without room of its own for so long a key it takes turns for the table's.
-      if (room_ != nullptr && length > traits::on_stack && length <= longest_) {
-        return table_->look(raw, reinterpret_cast<RecordNode *>(room_.get()));
+      if (length > traits::on_stack && length <= table_->long_->longest()) {
+        if (length > longest_) grow();
+        // Without room of its own for so long a key it takes turns for the table's.
+        if (length <= longest_) {
+          return table_->look(raw, reinterpret_cast<RecordNode *>(room_.get()));
+        }
       }
     }
     return table_->findRaw(raw);

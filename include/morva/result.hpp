@@ -76,7 +76,8 @@ class [[nodiscard]] result<T &, E> {
   using value_type = T &;
   using error_type = E;
 
-  constexpr result(T &value) noexcept : value_(&value) {}
+  constexpr result(T &value) noexcept requires(!std::is_convertible_v<T &, E>) : value_(&value) {}
+  constexpr result(std::in_place_t, T &value) noexcept : value_(&value) {}
   constexpr result(E error) : error_(error) {}
 
   constexpr bool has_value() const noexcept { return value_ != nullptr; }

@@ -3,11 +3,13 @@
  * The typed table: keys and data in one hash instance, with the habits of the
  * standard containers.
  *
- *   auto ext = morva::extension::load();
- *   auto made = morva::table<std::uint64_t, order, morva::ordered>::make(*ext, {.expected =
- * 50'000}); auto &orders = *made; auto stored = orders.insert(17, order{...});      // result<bool>
- *   if (auto at = orders.find(17)) at->data.amount += 1;
- *   for (auto [id, order] : orders) ...               // in insertion order
+ *   using orders = morva::table<std::uint64_t, order, morva::ordered>;
+ *   auto library = morva::extension::load();
+ *   auto made = orders::make(*library, {.expected = 50'000});
+ *   orders &table = *made;
+ *   auto stored = table.insert(17, order{...});         // result<bool>
+ *   if (auto at = table.find(17)) at->data.amount += 1;
+ *   for (auto [id, order] : table) ...                  // in insertion order
  *
  * With the feature `throws` the same operations answer bool, size_type and so
  * on, and throw.
@@ -27,12 +29,14 @@
  *   assigning to, or destroying a table  all records it had
  *   moving from, swapping                nothing: they follow their records
  *
+ * A reader belongs to the table object, and looks up whatever records it has.
+ *
  * Threads. Without the feature `locked`, as with the standard containers: any
  * number of threads may call const operations, or one any. With it, each
  * operation is one step for the others; hold a guard (lock()) while data is
- * used in place, and through several operations that belong together. A
- * reader() looks up without the lock, beside other readers, while nobody
- * changes the table.
+ * used in place, and through several operations that belong together. To move,
+ * swap, assign to or destroy a table is no such step. A reader() looks up without the lock, beside
+ * other readers, while nobody changes the table.
  *
  * Cost: see morva/operations.h; lookups allocate nothing. When an operation
  * answers an error, the table is as it was before.
@@ -49,31 +53,13 @@
 #include "morva/composed.hpp"
 #include "morva/cursor.hpp"
 #include "morva/extension.hpp"
+#include "morva/guard.hpp"
 #include "morva/key.hpp"
 #include "morva/options.hpp"
 #include "morva/reader.hpp"
 #include "morva/result.hpp"
 
 namespace morva {
-
-/** Holds the lock of a table while it lives. Goes before the table does. */
-class [[nodiscard]] guard {
- public:
-  /** Holds nothing when `lock` is null. */
-  explicit guard(HostLock *lock) noexcept : lock_(lock) {
-    if (lock_ != nullptr) lock_->acquire(lock_, MORVA_LOCK_CHANGE, 1);
-  }
-  guard(guard &&other) noexcept : lock_(std::exchange(other.lock_, nullptr)) {}
-  guard &operator=(guard &&) = delete;
-  guard(const guard &) = delete;
-  guard &operator=(const guard &) = delete;
-  ~guard() {
-    if (lock_ != nullptr) lock_->release(lock_);
-  }
-
- private:
-  HostLock *lock_;
-};
 
 /**
  * A table of records of a Key (morva/key.hpp) and a Data, with features
@@ -98,6 +84,7 @@ class table {
                 "data is copied byte by byte: it must be a trivially copyable type");
   static_assert(!std::is_const_v<Data> && !std::is_volatile_v<Data>,
                 "data can be written in place: its type is neither const nor volatile");
+  static_assert(!std::is_array_v<Data>, "an array as data is a std::array");
   static_assert(alignof(Data) <= 8, "data is kept at addresses that are multiples of 8");
   static_assert(sizeof(Data) <= (1U << 28), "data has at most 256 MiB");
   static_assert(traits::bounded || !hasDuplicates,
@@ -141,8 +128,9 @@ class table {
   }
 
   /** As make. */
-  explicit table(const extension &on, const table_options &options = {}) requires(canThrow)
-      : table(make(on, options)) {}
+  explicit table(const extension &on, const table_options &options = {}) requires(canThrow) {
+    if constexpr (canThrow) *this = make(on, options);
+  }
 
   /** No table: empty, and stays so. As after a move. */
   table() noexcept = default;
@@ -152,8 +140,8 @@ class table {
         inst_(std::exchange(other.inst_, nullptr)),
         long_(std::move(other.long_)) {}
   table &operator=(table &&other) noexcept {
-    table gone(std::move(*this));
-    swap(other);
+    table taken(std::move(other));
+    swap(taken);
     return *this;
   }
   table(const table &) = delete;
@@ -216,7 +204,11 @@ class table {
 
   /** The data of the key's first record, made when there is none. */
   Data &operator[](key_argument key) requires(canThrow &&std::default_initializable<Data>) {
-    return find_or_insert(key, Data()).position->data;
+    if constexpr (canThrow) {
+      return find_or_insert(key, Data()).position->data;
+    } else {
+      return find_or_insert(key, Data()).value().position->data;
+    }
   }
 
   /**
@@ -253,19 +245,22 @@ class table {
   answer<Data &> at(key_argument key) {
     const cursor found = find(key);
     if (!found) return answers::template give<Data &>(errc::not_found);
-    return answers::template give<Data &>(found->data);
+    return answers::template give<Data &>({std::in_place, found->data});
   }
   answer<const Data &> at(key_argument key) const {
     const const_cursor found = find(key);
     if (!found) return answers::template give<const Data &>(errc::not_found);
-    return answers::template give<const Data &>(found->data);
+    return answers::template give<const Data &>({std::in_place, found->data});
   }
 
   /** The records of the key, in the order they were inserted. */
   records<cursor> equal_range(key_argument key) noexcept { return records(find(key)); }
   records<const_cursor> equal_range(key_argument key) const noexcept { return records(find(key)); }
 
-  /** All records; see basic_iterator for the order. */
+  /**
+   * All records; see basic_iterator for the order. In bucket order the first
+   * record is looked for from the first bucket on.
+   */
   iterator begin() noexcept { return start<iterator>(); }
   const_iterator begin() const noexcept { return start<const_iterator>(); }
   const_iterator cbegin() const noexcept { return begin(); }
@@ -329,7 +324,12 @@ class table {
     return answers::template give<cursor>(cursor(next));
   }
 
+  answer<cursor> erase(const_cursor record) { return erase(cursor(record.at_)); }
+
   /** Removes one record; answers the next of the table. Fails as erase of a cursor. */
+  answer<iterator> erase(const_iterator record) {
+    return erase(iterator(record.inst_, record.order_, record.at_));
+  }
   answer<iterator> erase(iterator record) {
     const guard hold(own());
     iterator next = record;
@@ -342,7 +342,10 @@ class table {
 
   /** Removes all records, and gives their memory back to the host. */
   void clear() noexcept {
-    if (inst_ != nullptr) inst_->Clear(inst_);
+    if (inst_ == nullptr) return;
+    const guard hold(own());
+    inst_->Clear(inst_);
+    if constexpr (!traits::bounded) long_->release();
   }
   /** Removes all records, and keeps their memory for new ones. */
   void clear_keeping_memory() noexcept {
@@ -351,7 +354,11 @@ class table {
 
   // ---- Threads -------------------------------------------------------------------------
 
-  /** Holds the table's lock while the guard lives. A thread may lock again what it holds. */
+  /**
+   * Holds the table's lock while the guard lives. A thread may lock again what
+   * it holds, and gives each guard back itself. Two threads that hold the
+   * guards of two tables and compare the tables may wait for each other.
+   */
   guard lock() const noexcept requires(hasLock) { return guard(own()); }
 
   /** A reader for the calling thread; see basic_reader. It goes before the table does. */
@@ -404,7 +411,8 @@ class table {
     parms.dataLength = dataLength;
     parms.keyLength = traits::length;
     parms.flags = traits::flags | set::flags;
-    parms.hashMethod = static_cast<std::int32_t>(options.hash.value_or(traits::hash));
+    parms.hashMethod = static_cast<std::int32_t>(
+        options.hash == hash_method::automatic ? traits::hash : options.hash);
     parms.hashExp = detail::hash_exp_for(options.expected);
     parms.memHint = options.memory_hint;
     MORVAExt *ext = on.native();
@@ -474,6 +482,7 @@ class table {
   Iterator start() const noexcept {
     if (inst_ == nullptr) return {};
     const guard hold(own());
+    if (empty()) return {};
     return Iterator(inst_, on_->host->walk);
   }
 
@@ -503,14 +512,27 @@ class table {
     return inst_->freeInodes == nullptr && inst_->inodesUsed >= inst_->inodeBlockCapacity;
   }
 
+  // Whether the host has the memory that a block of order nodes may take.
+  bool hasOrderBlock() const noexcept {
+    constexpr std::uint64_t kHead = 16;
+    const auto slots = 2 * static_cast<std::uint64_t>(inst_->inodeBlockCapacity);
+    HostPool *pool = inst_->inodePool;
+    void *block = pool->allocate(pool, kHead + slots * sizeof(OrderNode), 0);
+    if (block == nullptr) return false;
+    pool->free(pool, block);
+    return true;
+  }
+
   // Where the order node cannot be had, the library leaves the new record in
-  // its tree, uncounted and without data. Then it is taken out again here, its
-  // node left unused until the table is cleared.
+  // its tree, uncounted and without data. So the memory for it is asked for
+  // first. When it has gone since, to another table of the host, the record is
+  // taken out again, its node left unused until the table is cleared.
   result<bool> storeCarefully(operation how, detail::raw_key key, const Data &data) {
     std::uint32_t bucket = 0;
     const MORVAStatus ready = inst_->HashVal(inst_, key.bytes, key.length, &bucket);
     if (ready != MORVA_OK) return static_cast<errc>(ready);
     const bool wasThere = findRaw(key).node != nullptr;
+    if (!wasThere && !hasOrderBlock()) return errc::no_memory;
     const MORVAStatus status = (inst_->*how)(inst_, std::addressof(data), key.bytes, key.length);
     if (status == MORVA_NO_MEMORY && !wasThere) {
       withProbe(key, [&](RecordNode *probe) {

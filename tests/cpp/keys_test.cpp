@@ -17,7 +17,7 @@ namespace {
 
 enum class Small : std::uint8_t { red, green, blue };
 enum class Large : std::int64_t { none = -1 };
-enum Plain { kOne = 1, kTwo };
+enum Plain : std::int32_t { kOne = 1, kTwo };
 
 struct Point {
   std::int32_t x;

@@ -88,6 +88,26 @@ TEST(Ownership, MovingATableMovesNoRecord) {
   EXPECT_EQ(&third.find(7)->data, data);
 }
 
+TEST(Ownership, ATableMovedToItselfStays) {
+  auto extension = morva::extension::linked().value();
+  auto table = Table::make(extension).value();
+  fill(table, 10);
+  Table &same = table;
+  table = std::move(same);
+  EXPECT_EQ(table.size(), 10U);
+}
+
+TEST(Ownership, AReaderBelongsToTheTableObject) {
+  auto extension = morva::extension::linked().value();
+  auto first = Table::make(extension).value();
+  fill(first, 10);
+  auto reader = first.reader();
+  Table second = std::move(first);
+  EXPECT_FALSE(reader.contains(5));
+  first = std::move(second);
+  EXPECT_TRUE(reader.contains(5));
+}
+
 TEST(Ownership, SwappedTablesKeepTheirRecords) {
   auto extension = morva::extension::linked().value();
   auto few = Table::make(extension).value();
@@ -246,6 +266,12 @@ TEST(OwnHosts, ACopyIsRefusedWhileAnotherHostHasIt) {
     ASSERT_TRUE(second);
     EXPECT_FALSE(morva::extension::linked(other));
     EXPECT_FALSE(morva::extension::linked(embedded()));
+    // Nor does it help to ask the embedded host itself.
+    const morva::host third = embedded();
+    const QZEntryPoints entry{"morva", &qzextver, &morva::morva};
+    char error[256] = "";
+    EXPECT_EQ(QZHostAttach(third.native(), &entry, error, sizeof error), nullptr);
+    EXPECT_STREQ(error, "'morva' serves another host");
     // The file this program is linked with is the same copy.
     const auto refused = morva::extension::load(other, MORVA_LIBRARY);
     ASSERT_FALSE(refused);
@@ -263,11 +289,81 @@ TEST(OwnHosts, ACopyIsRefusedWhileAnotherHostHasIt) {
   EXPECT_TRUE(morva::extension::linked(embedded()));
 }
 
+TEST(OwnHosts, WhatTheProgramSetUpItselfStaysWhenAnExtensionGoes) {
+  OwnHost own;
+  int64_t major = 0;
+  int64_t minor = 0;
+  qzextver(own.services(), &major, &minor);
+  MORVAExt *ext = morva::morva(nullptr, nullptr);
+  ASSERT_NE(ext, nullptr);
+  {
+    const morva::host host = morva::host::of(own.services()).value();
+    ASSERT_TRUE(morva::extension::linked(host));
+    ASSERT_TRUE(morva::extension::load(host, MORVA_LIBRARY));
+  }
+  EXPECT_EQ(Exported_QZHandle, own.services());
+  MORVAParms parms{};
+  parms.flags = flagVarKey;
+  MORVAInst *inst = ext->Create(ext, &parms, nullptr, nullptr);
+  ASSERT_NE(inst, nullptr);
+  inst->Destroy(inst);
+  ext->RealDestroy(ext);
+  qzextent(nullptr);
+}
+
 TEST(OwnHosts, WithoutAWalkThereAreNoOrderedTables) {
   OwnHost own;
   const auto extension = morva::extension::linked(morva::host::of(own.services()).value()).value();
   EXPECT_EQ(Ordered::make(extension).error(), morva::errc::unsupported);
   EXPECT_TRUE(Table::make(extension));
+}
+
+// Each of them would lose a slot if it got as far as its record's tree.
+TEST(Limits, InsertionsThatFailForTheOrderLoseNothing) {
+  struct Large {
+    char bytes[100];
+  };
+  using Larges = morva::table<int, Large, morva::ordered>;
+  constexpr std::uint64_t kLeast = 400'000;
+  constexpr std::uint64_t kStep = 4096;
+  int tried = 0;
+  for (std::uint64_t limit = kLeast; limit < 2 * kLeast; limit += kStep) {
+    const auto extension = morva::extension::linked({.memory_limit = limit}).value();
+    auto table = Larges::make(extension, {.memory_hint = 1000}).value();
+    int key = 0;
+    while (table.insert(key, {})) ++key;
+    // Only where there are slots for records, and none for the order.
+    const MORVAInst *inst = table.native();
+    if (inst->recordsUsed + 100 > inst->recordBlockCapacity) continue;
+    ASSERT_EQ(inst->inodesUsed, inst->inodeBlockCapacity);
+    ++tried;
+
+    const std::uint64_t memory = table.memory();
+    for (int i = 0; i < 1000; ++i) {
+      ASSERT_EQ(table.insert(key + i, {}).error(), morva::errc::no_memory);
+    }
+    EXPECT_EQ(table.memory(), memory);
+    EXPECT_EQ(table.size(), static_cast<std::size_t>(key));
+    EXPECT_EQ(table.insert(0, {}).value_or(true), false) << "is there already";
+    EXPECT_EQ(table.erase(0).value_or(0), 1U);
+    EXPECT_TRUE(table.insert(key, {}).value_or(false)) << "in the place of the removed one";
+  }
+  EXPECT_GT(tried, 0);
+}
+
+TEST(Limits, ClearingGivesTheRoomForLongKeysBack) {
+  const auto extension = morva::extension::linked().value();
+  auto table = morva::table<std::string_view, int>::make(extension).value();
+  const std::string key(5000, 'x');
+  ASSERT_TRUE(table.insert(key, 1));
+  auto reader = table.reader();
+  ASSERT_TRUE(reader.contains(key));
+  table.clear();
+  EXPECT_FALSE(table.contains(key));
+  EXPECT_FALSE(reader.contains(key));
+  ASSERT_TRUE(table.insert(key + key, 2));
+  EXPECT_TRUE(table.contains(key + key));
+  EXPECT_TRUE(reader.contains(key + key)) << "a reader grows with its table";
 }
 
 TEST(Limits, AMemoryLimitIsMetWithNoMemoryAndTheTableGoesOn) {

@@ -88,13 +88,5 @@ TEST(Refusals, APinnedRecordStays) {
   EXPECT_EQ(got(plain.erase(1)), 1U);
 }
 
-// Its type is the type of errors: neither may be taken for the other.
-TEST(Refusals, AreToldFromDataThatIsAnErrorItself) {
-  const morva::extension library = linkedLibrary();
-  auto table = got(morva::table<int, errc>::make(library));
-  ASSERT_TRUE(got(table.insert(1, errc::pinned)));
-  EXPECT_EQ(table.find(1)->data, errc::pinned);
-}
-
 }  // namespace
 }  // namespace cpp_test
