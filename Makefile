@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan package reference format lint clean
+.PHONY: all demo test test-release test-asan test-tsan bench bench-quick package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -28,6 +28,17 @@ build/%/.tools:
 build/%/.demo-tools:
 	sh scripts/install-tools.sh build demo
 	mkdir -p $(@D) && touch $@
+
+# All measurements, or a first impression: see docs/performance.md.
+bench: plan = full
+bench-quick: plan = quick
+bench bench-quick:
+	sh scripts/install-tools.sh build bench
+	cmake --preset release -DMORVA_BUILD_BENCH=ON
+	cmake --build --preset release --parallel $(JOBS) --target morva_bench
+	mkdir -p build/bench
+	build/release/bin/morva_bench $(plan) build/bench/samples.csv
+	python3 bench/suite/report.py build/bench/samples.csv build/bench/report
 
 # The Debian packages, in build/package.
 package:
