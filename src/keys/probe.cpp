@@ -1,8 +1,7 @@
 #include "keys/probe.h"
 
-#include <cstring>
-
 #include "keys/hash.h"
+#include "keys/move_bytes.h"
 
 namespace morva::core {
 namespace {
@@ -11,36 +10,23 @@ bool hasRawKeys(const MORVAInst &inst) {
   return has(inst, flagFixedKey | flagVarKey);
 }
 
-// The bytes of an image that are hashed: the key without its prefix.
-struct KeyBytes {
-  const unsigned char *bytes;
-  uint32_t length;
-};
-
-KeyBytes hashedBytes(const MORVAInst &inst, RecordNode *node) {
-  if (!hasRawKeys(inst)) return {baseOf(node), inst.keyLength};
-  const KeyPrefix *prefix = prefixOf(node);
-  return {reinterpret_cast<const unsigned char *>(prefix + 1), prefix->length};
+// Finds the bucket of a key image, and asks for its memory.
+void chooseBucket(const MORVAInst &inst, const unsigned char *bytes, uint32_t length,
+                  Probe &probe) {
+  const uint32_t hash = hashKey(inst.hashMethod, bytes, length);
+  probe.index = hash & inst.buckets->mask;
+  probe.bucket = MORVABucketAt(inst.buckets, probe.index);
+  __builtin_prefetch(probe.bucket);
 }
 
-// Writes the key image into the key area of `node`. False for a fixed key
-// above keyLength: then nothing is written.
-bool writeImage(const MORVAInst &inst, RecordNode *node, const void *key, int32_t keyLen) {
-  if (!hasRawKeys(inst)) {
-    RecordPacker *packer = inst.recordPacker;
-    packer->pack(packer, key, baseOf(node), 1);
-    return true;
-  }
+// Writes a raw key into the key area of `node`.
+void writeRawImage(const MORVAInst &inst, RecordNode *node, const void *key, uint32_t length) {
   KeyPrefix *prefix = prefixOf(node);
-  if (has(inst, flagFixedKey)) {
-    // Signed: a key area from 2 GiB on accepts no key.
-    if (keyLen > static_cast<int32_t>(inst.keyLength)) return false;
-    prefix->capacity = 0;  // the word is compared with whole instances
-  }
-  prefix->length = static_cast<uint32_t>(keyLen);
+  // The word is compared with whole instances.
+  if (has(inst, flagFixedKey)) prefix->capacity = 0;
+  prefix->length = length;
   // A caller's key may lie in the caller's own probe.
-  if (keyLen != 0) std::memmove(prefix + 1, key, static_cast<uint32_t>(keyLen));
-  return true;
+  moveBytes(prefix + 1, key, length);
 }
 
 }  // namespace
@@ -54,12 +40,21 @@ bool acceptsKey(const MORVAInst &inst, const void *key, int32_t keyLen) {
 
 MORVAStatus fillProbe(MORVAInst &inst, RecordNode *node, const void *key, int32_t keyLen,
                       Probe &probe) {
-  if (!writeImage(inst, node, key, keyLen)) return MORVA_INVALID;
-  const KeyBytes image = hashedBytes(inst, node);
-  const uint32_t hash = hashKey(inst.hashMethod, image.bytes, image.length);
   probe.node = node;
-  probe.index = hash & inst.buckets->mask;
-  probe.bucket = MORVABucketAt(inst.buckets, probe.index);
+  if (!hasRawKeys(inst)) {
+    RecordPacker *packer = inst.recordPacker;
+    packer->pack(packer, key, baseOf(node), 1);
+    chooseBucket(inst, baseOf(node), inst.keyLength, probe);
+    return MORVA_OK;
+  }
+  // Signed: a key area from 2 GiB on accepts no key.
+  if (has(inst, flagFixedKey) && keyLen > static_cast<int32_t>(inst.keyLength)) {
+    return MORVA_INVALID;
+  }
+  // The bucket's memory comes while the image is written.
+  const auto length = static_cast<uint32_t>(keyLen);
+  chooseBucket(inst, static_cast<const unsigned char *>(key), length, probe);
+  writeRawImage(inst, node, key, length);
   return MORVA_OK;
 }
 

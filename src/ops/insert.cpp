@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "keys/move_bytes.h"
 #include "keys/probe.h"
 #include "morva/operations.h"
 
@@ -26,7 +27,7 @@ struct Fast {
 // The host's data may overlap the record it is copied to. It may be null only
 // where records have no data.
 void copyData(const MORVAInst &inst, void *to, const void *from) {
-  if (from != nullptr) std::memmove(to, from, inst.dataLength);
+  if (from != nullptr) moveBytes(to, from, inst.dataLength);
 }
 
 void countUp(MORVAInst &inst, Bucket &bucket) {

@@ -16,8 +16,10 @@ inline RecordNode *recordOf(const TreeHolder &holder, RecordNode *node) {
                                         holder.recordOffset);
 }
 
+// Of a comparison that is not 0; without a branch, for half of them go either
+// way.
 inline Side sideOf(int comparison) {
-  return comparison < 0 ? Side::left : Side::right;
+  return static_cast<Side>(comparison > 0);
 }
 
 // The nodes walked through and the side taken at each, instead of parent

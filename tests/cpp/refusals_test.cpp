@@ -88,5 +88,15 @@ TEST(Refusals, APinnedRecordStays) {
   EXPECT_EQ(got(plain.erase(1)), 1U);
 }
 
+// Its type is the type of errors: neither may be taken for the other.
+TEST(Refusals, AreToldFromDataThatIsAnErrorItself) {
+  const morva::extension library = linkedLibrary();
+  auto table = got(morva::table<int, errc>::make(library));
+  ASSERT_TRUE(got(table.insert(1, errc::pinned)));
+  EXPECT_EQ(table.find(1)->data, errc::pinned);
+  EXPECT_EQ(got(table.at(1)), errc::pinned);
+  EXPECT_EQ(table.at(2).error(), errc::not_found);
+}
+
 }  // namespace
 }  // namespace cpp_test

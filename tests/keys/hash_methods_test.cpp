@@ -93,6 +93,21 @@ TEST(HashMethods, AgreeWithThePlainLoopsOnRandomKeys) {
   }
 }
 
+// Bytes go in several at a time: every way to begin and to end with fewer.
+TEST(HashMethods, AgreeWithThePlainLoopsAtEveryLengthUpToAThousandAndEveryAlignment) {
+  constexpr size_t kLongest = 1000;
+  const auto text = goldenText(kLongest + 8);
+  for (size_t n = 0; n <= kLongest; n++) {
+    for (size_t align = 0; align < 8; align++) {
+      for (int method = firstMethod; method <= lastMethod; method++) {
+        ASSERT_EQ(hash(method, text.data() + align, n),
+                  referenceHash(method, text.data() + align, n))
+            << "method " << method << ", " << n << " bytes, alignment " << align;
+      }
+    }
+  }
+}
+
 TEST(HashMethods, AgreeWithThePlainLoopsOnLongKeys) {
   for (size_t n : {size_t{1000}, size_t{4095}, size_t{65536}, size_t{1000003}}) {
     const auto key = goldenText(n);
