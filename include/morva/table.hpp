@@ -465,9 +465,11 @@ class table {
     void *data = nullptr;
     inst_->Find2(inst_, key.bytes, key.length, probe, &data);
     if (data == nullptr) return {};
-    // The probe's data would begin where the record's does.
-    const auto ahead =
-        detail::place_at<hasDuplicates>(inst_, probe).data - reinterpret_cast<std::byte *>(probe);
+    // From a record's node to its data; with keys of any length it is the
+    // probe's that tells, which has the same key.
+    constexpr std::size_t links = hasDuplicates ? sizeof(DupLinks) : 0;
+    const std::size_t offset = traits::bounded ? inst_->dataOffset : inst_->Recoff(inst_, probe);
+    const std::size_t ahead = sizeof(RecordNode) + offset + links;
     auto *bytes = static_cast<std::byte *>(data);
     return {reinterpret_cast<RecordNode *>(bytes - ahead), bytes};
   }

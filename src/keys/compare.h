@@ -100,6 +100,12 @@ class PackedOrder {
   const unsigned char *bytes_;
 };
 
+// Apart from the walk of the most usual keys, which so needs few registers.
+template <class Order, class Walk>
+[[gnu::noinline]] auto walkApart(const Order &order, Walk walk) {
+  return walk(order);
+}
+
 // Runs walk(order) with the order of the instance that owns `probe`.
 template <class Walk>
 auto withKeyOrder(RecordNode *probe, Walk walk) {
@@ -107,9 +113,9 @@ auto withKeyOrder(RecordNode *probe, Walk walk) {
   if ((owner->modeBits & (flagFixedKey | flagVarKey)) != 0) {
     if (prefixOf(probe)->length == PrefixedWordOrder::kLength)
       return walk(PrefixedWordOrder(probe));
-    return walk(PrefixedOrder(probe));
+    return walkApart(PrefixedOrder(probe), walk);
   }
-  return walk(PackedOrder(probe, owner->keyLength));
+  return walkApart(PackedOrder(probe, owner->keyLength), walk);
 }
 
 }  // namespace morva::core

@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "instance/instance.h"
 
@@ -13,6 +14,10 @@ namespace morva::core {
 namespace {
 
 using Bytes = const unsigned char *;
+
+// How many bytes a method takes: any number, or one the compiler knows.
+using Any = uint32_t;
+using Eight = std::integral_constant<uint32_t, 8>;
 
 // h = h * factor + b over all bytes. Eight bytes go in at once, each times the
 // power of the factor it would have gathered, so that one multiplication, not
@@ -34,7 +39,9 @@ uint32_t polynomial(Bytes b, uint32_t n) {
 }
 
 // Method 2: times 33, folded by an addition.
-uint32_t times33(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t times33(Bytes b, Length length) {
+  uint32_t n = length;
   const uint32_t h = polynomial<33>(b, n);
   return h + (h >> 5);
 }
@@ -72,7 +79,9 @@ uint64_t word32(Bytes p) {
   return word;
 }
 
-uint32_t lookup2(Bytes t, uint32_t n) {
+template <class Length>
+uint32_t lookup2(Bytes t, Length length) {
+  uint32_t n = length;
   Lookup2 h;
   uint32_t left = n;
   for (; left >= 12; left -= 12, t += 12) {
@@ -93,7 +102,9 @@ uint32_t lookup2(Bytes t, uint32_t n) {
 }
 
 // Method 4: ELF hash, after P. J. Weinberger.
-uint32_t elf(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t elf(Bytes b, Length length) {
+  uint32_t n = length;
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) {
     h = (h << 4) + b[i];
@@ -104,7 +115,9 @@ uint32_t elf(Bytes b, uint32_t n) {
 }
 
 // Method 5: rotating hash, started from the length.
-uint32_t rotating(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t rotating(Bytes b, Length length) {
+  uint32_t n = length;
   uint32_t h = n;
   // Over eight bytes the state turns once around: what is there already stays.
   for (; n >= 8; n -= 8, b += 8) {
@@ -115,19 +128,25 @@ uint32_t rotating(Bytes b, uint32_t n) {
 }
 
 // Method 6: XOR of the bytes weighted by how many follow; the last weighs 0.
-uint32_t positionWeighted(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t positionWeighted(Bytes b, Length length) {
+  uint32_t n = length;
   uint32_t h = 1234;
   for (uint32_t i = 0; i < n; ++i) h ^= b[i] * (n - 1 - i);
   return h ^ (h >> 17);
 }
 
 // Method 7: times 37, not folded.
-uint32_t times37(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t times37(Bytes b, Length length) {
+  uint32_t n = length;
   return polynomial<37>(b, n);
 }
 
 // Method 8: one-at-a-time (Bob Jenkins, 1997).
-uint32_t oneAtATime(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t oneAtATime(Bytes b, Length length) {
+  uint32_t n = length;
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) {
     h += b[i];
@@ -141,22 +160,42 @@ uint32_t oneAtATime(Bytes b, uint32_t n) {
 }
 
 // Method 9: FNV-0 (Fowler, Noll, Vo, 1991): FNV-1's order, started from 0.
-uint32_t fnv0(Bytes b, uint32_t n) {
+template <class Length>
+uint32_t fnv0(Bytes b, Length length) {
+  uint32_t n = length;
   constexpr uint32_t kPrime = 16777619;
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) h = (h * kPrime) ^ b[i];
   return h;
 }
 
-using HashMethod = uint32_t (*)(Bytes, uint32_t);
+using HashMethod = uint32_t (*)(Bytes, Any);
 
-constexpr HashMethod kMethods[kLastHashMethod - kFirstHashMethod + 1] = {
-    times33, lookup2, elf, rotating, positionWeighted, times37, oneAtATime, fnv0};
+template <uint32_t (*method)(Bytes, Eight)>
+uint32_t ofEight(Bytes b, Any) {
+  return method(b, Eight{});
+}
+
+struct Method {
+  HashMethod any;
+  HashMethod eight;
+};
+
+constexpr Method kMethods[kLastHashMethod - kFirstHashMethod + 1] = {
+    {times33<Any>, ofEight<times33<Eight>>},
+    {lookup2<Any>, ofEight<lookup2<Eight>>},
+    {elf<Any>, ofEight<elf<Eight>>},
+    {rotating<Any>, ofEight<rotating<Eight>>},
+    {positionWeighted<Any>, ofEight<positionWeighted<Eight>>},
+    {times37<Any>, ofEight<times37<Eight>>},
+    {oneAtATime<Any>, ofEight<oneAtATime<Eight>>},
+    {fnv0<Any>, ofEight<fnv0<Eight>>}};
 
 }  // namespace
 
 uint32_t hashKey(uint32_t method, const unsigned char *bytes, uint32_t length) {
-  return kMethods[method - kFirstHashMethod](bytes, length);
+  const Method &chosen = kMethods[method - kFirstHashMethod];
+  return (length == Eight::value ? chosen.eight : chosen.any)(bytes, length);
 }
 
 }  // namespace morva::core

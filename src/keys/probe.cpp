@@ -6,10 +6,6 @@
 namespace morva::core {
 namespace {
 
-bool hasRawKeys(const MORVAInst &inst) {
-  return has(inst, flagFixedKey | flagVarKey);
-}
-
 // Finds the bucket of a key image, and asks for its memory.
 void chooseBucket(const MORVAInst &inst, const unsigned char *bytes, uint32_t length,
                   Probe &probe) {
@@ -30,13 +26,6 @@ void writeRawImage(const MORVAInst &inst, RecordNode *node, const void *key, uin
 }
 
 }  // namespace
-
-bool acceptsKey(const MORVAInst &inst, const void *key, int32_t keyLen) {
-  if (!hasRawKeys(inst)) return true;
-  if (keyLen < 0 || (key == nullptr && keyLen > 0)) return false;
-  if (!has(inst, flagVarKey)) return true;
-  return slotFits(varDataOffset(static_cast<uint32_t>(keyLen)) + inst.dataLength);
-}
 
 MORVAStatus fillProbe(MORVAInst &inst, RecordNode *node, const void *key, int32_t keyLen,
                       Probe &probe) {

@@ -19,8 +19,17 @@ enum class Overlong {
   returnsNode,
 };
 
+inline bool hasRawKeys(const MORVAInst &inst) {
+  return has(inst, flagFixedKey | flagVarKey);
+}
+
 // The refusals that come before the lock and before a node is taken.
-bool acceptsKey(const MORVAInst &inst, const void *key, int32_t keyLen);
+inline bool acceptsKey(const MORVAInst &inst, const void *key, int32_t keyLen) {
+  if (!hasRawKeys(inst)) return true;
+  if (keyLen < 0 || (key == nullptr && keyLen > 0)) return false;
+  if (!has(inst, flagVarKey)) return true;
+  return slotFits(varDataOffset(static_cast<uint32_t>(keyLen)) + inst.dataLength);
+}
 
 // Takes a node and makes the probe of `key` in it. MORVA_NO_MEMORY when there
 // is no node; MORVA_INVALID for a fixed key above keyLength.
