@@ -95,8 +95,28 @@ using fixed_probe = probe_room<Length + 12 + 8>;
 // define           describes the fields of a composed key, and the data
 // hash             the method unless another is chosen
 
+// What is the same for all keys that lie behind a KeyPrefix.
+struct prefixed_key {
+  template <class Use>
+  static auto with_stored(const RecordNode *node, Use use) {
+    return use(stored_bytes(node));
+  }
+  static MORVAStatus define(MORVAInst *, std::uint32_t) noexcept { return MORVA_OK; }
+};
+
+// What is the same for all text.
+struct text_key : prefixed_key {
+  using argument = std::string_view;
+  using view = std::string_view;
+
+  static raw_key raw(argument key) noexcept {
+    return {key.data(), static_cast<std::int32_t>(key.size())};
+  }
+  static view show(const RecordNode *node) noexcept { return stored_text(node); }
+};
+
 template <class Key>
-struct fixed_key {
+struct fixed_key : prefixed_key {
   static_assert(sizeof(Key) <= largest_bounded_key, "a key of fixed size has at most 4096 bytes");
   static_assert(alignof(Key) <= 8, "a key is kept at addresses that are multiples of 8");
 
@@ -115,20 +135,13 @@ struct fixed_key {
   static view show(const RecordNode *node) noexcept {
     return *std::launder(static_cast<const Key *>(stored_bytes(node).bytes));
   }
-  template <class Use>
-  static auto with_stored(const RecordNode *node, Use use) {
-    return use(stored_bytes(node));
-  }
-  static MORVAStatus define(MORVAInst *, std::uint32_t) noexcept { return MORVA_OK; }
 };
 
 template <std::size_t N>
-struct bounded_text {
+struct bounded_text : text_key {
   static_assert(N >= 1 && N <= largest_bounded_key,
                 "morva::text<N> has 1 to 4096 bytes; use std::string_view for longer keys");
 
-  using argument = std::string_view;
-  using view = std::string_view;
   using probe = fixed_probe<N>;
   static constexpr bool bounded = true;
   static constexpr std::uint32_t flags = flagFixedKey;
@@ -136,20 +149,9 @@ struct bounded_text {
   static constexpr hash_method hash = usual_hash(N);
 
   static constexpr bool fits(argument key) noexcept { return key.size() <= N; }
-  static raw_key raw(argument key) noexcept {
-    return {key.data(), static_cast<std::int32_t>(key.size())};
-  }
-  static view show(const RecordNode *node) noexcept { return stored_text(node); }
-  template <class Use>
-  static auto with_stored(const RecordNode *node, Use use) {
-    return use(stored_bytes(node));
-  }
-  static MORVAStatus define(MORVAInst *, std::uint32_t) noexcept { return MORVA_OK; }
 };
 
-struct any_text {
-  using argument = std::string_view;
-  using view = std::string_view;
+struct any_text : text_key {
   // Longer keys get their image elsewhere, see long_keys.
   static constexpr std::size_t on_stack = 256;
   using probe = probe_room<sizeof(KeyPrefix) + on_stack>;
@@ -163,15 +165,6 @@ struct any_text {
   static constexpr std::size_t longest = 0x7fff0000;
 
   static constexpr bool fits(argument key) noexcept { return key.size() <= longest; }
-  static raw_key raw(argument key) noexcept {
-    return {key.data(), static_cast<std::int32_t>(key.size())};
-  }
-  static view show(const RecordNode *node) noexcept { return stored_text(node); }
-  template <class Use>
-  static auto with_stored(const RecordNode *node, Use use) {
-    return use(stored_bytes(node));
-  }
-  static MORVAStatus define(MORVAInst *, std::uint32_t) noexcept { return MORVA_OK; }
 };
 
 // Room for the images of keys that are too long for the stack. It grows when
