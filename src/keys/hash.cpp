@@ -40,8 +40,7 @@ uint32_t polynomial(Bytes b, uint32_t n) {
 
 // Method 2: times 33, folded by an addition.
 template <class Length>
-uint32_t times33(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t times33(Bytes b, Length n) {
   const uint32_t h = polynomial<33>(b, n);
   return h + (h >> 5);
 }
@@ -80,8 +79,7 @@ uint64_t word32(Bytes p) {
 }
 
 template <class Length>
-uint32_t lookup2(Bytes t, Length length) {
-  uint32_t n = length;
+uint32_t lookup2(Bytes t, Length n) {
   Lookup2 h;
   uint32_t left = n;
   for (; left >= 12; left -= 12, t += 12) {
@@ -103,8 +101,7 @@ uint32_t lookup2(Bytes t, Length length) {
 
 // Method 4: ELF hash, after P. J. Weinberger.
 template <class Length>
-uint32_t elf(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t elf(Bytes b, Length n) {
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) {
     h = (h << 4) + b[i];
@@ -129,8 +126,7 @@ uint32_t rotating(Bytes b, Length length) {
 
 // Method 6: XOR of the bytes weighted by how many follow; the last weighs 0.
 template <class Length>
-uint32_t positionWeighted(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t positionWeighted(Bytes b, Length n) {
   uint32_t h = 1234;
   for (uint32_t i = 0; i < n; ++i) h ^= b[i] * (n - 1 - i);
   return h ^ (h >> 17);
@@ -138,15 +134,13 @@ uint32_t positionWeighted(Bytes b, Length length) {
 
 // Method 7: times 37, not folded.
 template <class Length>
-uint32_t times37(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t times37(Bytes b, Length n) {
   return polynomial<37>(b, n);
 }
 
 // Method 8: one-at-a-time (Bob Jenkins, 1997).
 template <class Length>
-uint32_t oneAtATime(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t oneAtATime(Bytes b, Length n) {
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) {
     h += b[i];
@@ -161,8 +155,7 @@ uint32_t oneAtATime(Bytes b, Length length) {
 
 // Method 9: FNV-0 (Fowler, Noll, Vo, 1991): FNV-1's order, started from 0.
 template <class Length>
-uint32_t fnv0(Bytes b, Length length) {
-  uint32_t n = length;
+uint32_t fnv0(Bytes b, Length n) {
   constexpr uint32_t kPrime = 16777619;
   uint32_t h = 0;
   for (uint32_t i = 0; i < n; ++i) h = (h * kPrime) ^ b[i];
