@@ -7,6 +7,7 @@
 #include "morva/bucket_array.h"
 #include "morva/flags.h"
 #include "morva/record_node.h"
+#include "morva/search.hpp"
 
 namespace morva::core {
 
@@ -39,7 +40,7 @@ constexpr uint64_t bucketArraySize(uint32_t hashExp) {
 
 // With flagVarKey: from the record base to the data behind a key of keyLen bytes.
 constexpr uint64_t varDataOffset(uint64_t keyLen) {
-  return (keyLen + 19) & ~uint64_t{7};
+  return detail::var_data_offset(keyLen);
 }
 
 struct Layout {

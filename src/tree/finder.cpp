@@ -47,9 +47,9 @@ void store(RecordNode **place, RecordNode *node) {
 }  // namespace
 
 RecordNode *aa_tree_finder(TreeHolder *holder, RecordNode *probe) {
-  if (holder->root == nullptr) return nullptr;
-  const End end = walkTo(*holder, probe);
-  return end.equal ? end.node : nullptr;
+  return withKeyOrder(probe, [&](const auto &order) {
+    return detail::search(holder->root, order, holder->recordOffset);
+  });
 }
 
 RecordNode *aa_tree_fuzzier(TreeHolder *holder, RecordNode *probe, RecordNode **prev,

@@ -12,8 +12,7 @@ namespace morva::core {
 // The record of a tree node: where its owner and key area are read. Its links
 // are always the node's own.
 inline RecordNode *recordOf(const TreeHolder &holder, RecordNode *node) {
-  return reinterpret_cast<RecordNode *>(reinterpret_cast<unsigned char *>(node) +
-                                        holder.recordOffset);
+  return detail::record_of(node, holder.recordOffset);
 }
 
 // Of a comparison that is not 0; without a branch, for half of them go either

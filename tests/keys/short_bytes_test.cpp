@@ -9,7 +9,7 @@
 #include "keys/compare.h"
 #include "keys/move_bytes.h"
 
-using morva::core::compareBytes;
+using morva::detail::compare_bytes;
 using morva::core::moveBytes;
 
 namespace {
@@ -29,7 +29,7 @@ void expectAsMemcmp(const std::vector<unsigned char> &a, const std::vector<unsig
   const auto left = exact(a);
   const auto right = exact(b);
   const auto n = static_cast<uint32_t>(a.size());
-  ASSERT_EQ(sign(compareBytes(left.get(), right.get(), n)),
+  ASSERT_EQ(sign(compare_bytes(left.get(), right.get(), n)),
             n == 0 ? 0 : sign(std::memcmp(a.data(), b.data(), n)))
       << testing::PrintToString(a) << " and " << testing::PrintToString(b);
 }
