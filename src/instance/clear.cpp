@@ -75,6 +75,7 @@ void freeRecordMemory(MORVAInst &inst) {
   freeChain(inst.recordPool, inst.recordBlocks);
   inst.recordBlocks = nullptr;
   inst.freeRecords = nullptr;
+  ownState(inst).freeIndex = {};
   inst.recordBlockCapacity = kFirstCapacity;
   inst.recordsUsed = kFirstCapacity;
   relaxedStore(inst.totalMem, uint64_t{0});

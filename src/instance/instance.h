@@ -8,6 +8,7 @@
 #pragma once
 
 #include "ext/scope_lock.h"
+#include "instance/free_index.h"
 #include "morva/ext.h"
 
 namespace morva::core {
@@ -22,6 +23,8 @@ struct Instance {
   // definedKeyLength before it was cut to 32 bits; a layout that does not fit
   // is refused when the definition is closed.
   uint64_t definedKeyTotal;
+  // With flagVarKey: over the older part of freeRecords.
+  FreeIndex freeIndex;
   // Set once elementCount may be 0 or below while trees hold records: after an
   // order node could not be had, or past 2^31 records. Clearing then walks the
   // buckets whatever the count says.

@@ -67,29 +67,37 @@ bool addOrderNodeBlock(MORVAInst &inst) {
   return true;
 }
 
-RecordNode *carveRecord(MORVAInst &inst) {
-  const uint64_t slot = slotSize(inst.recordSize);
-  if (inst.recordsUsed >= inst.recordBlockCapacity && !addRecordBlock(inst, slot)) return nullptr;
-  auto *node = slotOf<RecordNode>(inst.recordBlocks, slot, inst.recordsUsed++);
-  // Instances are compared over the whole key area: behind short keys it must
-  // not depend on what the host left in the block.
-  if (has(inst, flagFixedKey)) std::memset(baseOf(node), 0, inst.keyLength);
-  return node;
+// Instances are compared over the whole key area: behind short keys it must not
+// depend on what the host left in the block. What follows the area is a
+// multiple of 8 from the base on.
+void wipeKeyArea(const MORVAInst &inst, RecordNode *node) {
+  constexpr uint32_t kShort = 64;
+  if (inst.keyLength > kShort) {
+    std::memset(baseOf(node), 0, inst.keyLength);
+    return;
+  }
+  // One instruction each, where any length would be a call.
+  constexpr uint32_t kWord = 8;
+  for (uint32_t i = 0; i < inst.keyLength; i += kWord) std::memset(baseOf(node) + i, 0, kWord);
+}
+
+// The first free node with room for a variable key, mostly the head.
+RecordNode *takeFree(MORVAInst &inst, uint32_t length) {
+  RecordNode *head = inst.freeRecords;
+  if (head == nullptr) return nullptr;
+  const bool indexed = head == ownState(inst).freeIndex.first;
+  if (indexed || prefixOf(head)->capacity < length) return takeFirstFit(inst, length);
+  inst.freeRecords = static_cast<RecordNode *>(head->owner);
+  return head;
 }
 
 }  // namespace
 
-RecordNode *takeRecordNode(MORVAInst &inst, int32_t keyLen, uint32_t &dataOffset) {
-  if (has(inst, flagVarKey)) return GetVarNode(&inst, keyLen, &dataOffset);
-  dataOffset = inst.dataOffset;
-  RecordNode *node = inst.freeRecords;
-  if (node != nullptr) {
-    inst.freeRecords = static_cast<RecordNode *>(node->owner);
-  } else {
-    node = carveRecord(inst);
-    if (node == nullptr) return nullptr;
-  }
-  node->owner = &inst;
+RecordNode *carveRecord(MORVAInst &inst) {
+  const uint64_t slot = slotSize(inst.recordSize);
+  if (inst.recordsUsed >= inst.recordBlockCapacity && !addRecordBlock(inst, slot)) return nullptr;
+  auto *node = slotOf<RecordNode>(inst.recordBlocks, slot, inst.recordsUsed++);
+  if (has(inst, flagFixedKey)) wipeKeyArea(inst, node);
   return node;
 }
 
@@ -100,21 +108,12 @@ RecordNode *GetVarNode(MORVAInst *inst, int32_t keyLen, uint32_t *dataOffsetOut)
   *dataOffsetOut = dataOffset;
   relaxedStore(inst->recordSize, recordSize);
 
-  RecordNode *before = nullptr;
-  RecordNode *node = inst->freeRecords;
-  while (node != nullptr && prefixOf(node)->capacity < length) {
-    before = node;
-    node = static_cast<RecordNode *>(node->owner);
-  }
+  RecordNode *node = takeFree(*inst, length);
   if (node == nullptr) {
     HostPool *pool = inst->varkeyPool;
     node = static_cast<RecordNode *>(pool->allocate(pool, slotSize(recordSize), 0));
     if (node == nullptr) return nullptr;
     prefixOf(node)->capacity = length;
-  } else if (before == nullptr) {
-    inst->freeRecords = static_cast<RecordNode *>(node->owner);
-  } else {
-    before->owner = node->owner;
   }
   node->owner = inst;
   return node;

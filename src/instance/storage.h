@@ -17,15 +17,31 @@ namespace morva::core {
 // taken makes the first block.
 inline constexpr int64_t kFirstCapacity = 8;
 
-// Takes a node for a key of keyLen bytes (read with flagVarKey only), makes the
-// instance its owner and tells where its data starts. Null when the pool has no
-// memory.
-RecordNode *takeRecordNode(MORVAInst &inst, int32_t keyLen, uint32_t &dataOffset);
-
 // The flagVarKey half of takeRecordNode: the first free node that fits, or a
 // new one. Sets recordSize for this key and tells where its data starts. A key
 // whose slot does not fit in 32 bits must have been refused before.
 RecordNode *GetVarNode(MORVAInst *inst, int32_t keyLen, uint32_t *dataOffsetOut);
+
+// The other half, where no node is free: the next slot of the newest record
+// block, or the first of a new one. Null when the pool has no memory.
+RecordNode *carveRecord(MORVAInst &inst);
+
+// Takes a node for a key of keyLen bytes (read with flagVarKey only), makes the
+// instance its owner and tells where its data starts. Null when the pool has no
+// memory.
+inline RecordNode *takeRecordNode(MORVAInst &inst, int32_t keyLen, uint32_t &dataOffset) {
+  if (has(inst, flagVarKey)) return GetVarNode(&inst, keyLen, &dataOffset);
+  dataOffset = inst.dataOffset;
+  RecordNode *node = inst.freeRecords;
+  if (node != nullptr) {
+    inst.freeRecords = static_cast<RecordNode *>(node->owner);
+  } else {
+    node = carveRecord(inst);
+    if (node == nullptr) return nullptr;
+  }
+  node->owner = &inst;
+  return node;
+}
 
 // Takes an order node, or null.
 OrderNode *takeOrderNode(MORVAInst &inst);
