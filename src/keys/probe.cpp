@@ -2,6 +2,7 @@
 
 #include "keys/hash.h"
 #include "keys/move_bytes.h"
+#include "morva/search.hpp"
 
 namespace morva::core {
 namespace {
@@ -45,6 +46,19 @@ MORVAStatus fillProbe(MORVAInst &inst, RecordNode *node, const void *key, int32_
   chooseBucket(inst, static_cast<const unsigned char *>(key), length, probe);
   writeRawImage(inst, node, key, length);
   return MORVA_OK;
+}
+
+Probe probeOf(const MORVAInst &inst, RecordNode *stored) {
+  Probe probe;
+  probe.node = stored;
+  probe.dataOffset = inst.dataOffset;
+  if (hasRawKeys(inst)) {
+    const KeyPrefix *prefix = prefixOf(stored);
+    chooseBucket(inst, detail::bytes_behind(prefix), prefix->length, probe);
+  } else {
+    chooseBucket(inst, baseOf(stored), inst.keyLength, probe);
+  }
+  return probe;
 }
 
 MORVAStatus takeProbe(MORVAInst &inst, const void *key, int32_t keyLen, Overlong overlong,

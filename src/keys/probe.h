@@ -41,6 +41,9 @@ MORVAStatus takeProbe(MORVAInst &inst, const void *key, int32_t keyLen, Overlong
 MORVAStatus fillProbe(MORVAInst &inst, RecordNode *node, const void *key, int32_t keyLen,
                       Probe &probe);
 
+// The probe that a stored record of an instance without flagVarKey is itself.
+Probe probeOf(const MORVAInst &inst, RecordNode *stored);
+
 // The stored record with the probe's key, or null.
 inline RecordNode *findEqual(MORVAInst &inst, const Probe &probe) {
   return inst.tree->find(inst.tree, probe.bucket, probe.node);

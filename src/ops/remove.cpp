@@ -21,10 +21,16 @@ void countDown(MORVAInst &inst, Bucket &bucket) {
   if (bucket.count == 0) inst.buckets->usedBuckets -= 1;
 }
 
-// The chain's first record, from any of them.
-DupLinks *firstOfChain(DupLinks *links) {
-  while (!isFirstOfChain(links)) links = links->back;
-  return links;
+// The chain's first record, from any of them. Few steps lead back to it in most
+// chains; in a long one it is found as the key is, by the record's own.
+DupLinks *firstOfChain(MORVAInst &inst, DupLinks *links) {
+  constexpr int kFewSteps = 64;
+  DupLinks *at = links;
+  for (int i = 0; i < kFewSteps; ++i) {
+    if (isFirstOfChain(at)) return at;
+    at = at->back;
+  }
+  return linksOf(inst, findEqual(inst, probeOf(inst, nodeOfLinks(inst, links))));
 }
 
 void releaseFurther(MORVAInst &inst, DupLinks *links) {
@@ -32,6 +38,7 @@ void releaseFurther(MORVAInst &inst, DupLinks *links) {
   countDown(inst.buckets->elementCount);
 }
 
+// `first` is where the last record of a chain is remembered.
 void unlinkFurther(MORVAInst &inst, DupLinks *first, DupLinks *links) {
   DupLinks *next = links->next;
   (next == nullptr ? first : next)->back = links->back;
@@ -84,13 +91,14 @@ MORVAStatus internalRemove(MORVAInst *inst, const void *key, int32_t keyLen, uin
 
 namespace {
 
-// Takes the one record at `data` out; its key's first node is not pinned.
+// Takes one record out; its key's first node is not pinned. That is `first`, or
+// null where it is not asked for.
 MORVAStatus removeOne(MORVAInst &inst, DupLinks *first, DupLinks *links, const void *key,
                       int32_t keyLen) {
-  if (links != first) {
+  if (!isFirstOfChain(links)) {
     unlinkFurther(inst, first, links);
-  } else if (first->next != nullptr) {
-    replaceFirstBySecond(inst, first);
+  } else if (links->next != nullptr) {
+    replaceFirstBySecond(inst, links);
   } else {
     return internalRemove(&inst, key, keyLen, 0);
   }
@@ -114,8 +122,12 @@ MORVAStatus MORVARemoveDup(MORVAInst *inst, void **cursor, const void *key, int3
   ScopeLock lock(lockOf(*inst));
   if (*cursor == nullptr) return MORVA_NO_CURSOR;
   DupLinks *links = linksBefore(*cursor);
-  DupLinks *first = firstOfChain(links);
-  if (Locked(inst, nodeOfLinks(*inst, first)) != 0) return MORVA_PINNED;
+  // The first record is needed for what it says of the last one, and of pins.
+  DupLinks *first = nullptr;
+  if (links->next == nullptr || inst->pinned != nullptr) {
+    first = firstOfChain(*inst, links);
+    if (Locked(inst, nodeOfLinks(*inst, first)) != 0) return MORVA_PINNED;
+  }
   // Only the key is checked here; the node goes back at once.
   Probe probe;
   MORVAStatus status = takeProbe(*inst, key, keyLen, Overlong::returnsNode, probe);

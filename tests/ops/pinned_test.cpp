@@ -87,6 +87,18 @@ TEST_P(PinnedMulti, NoRecordOfAPinnedKeyIsRemoved) {
   EXPECT_EQ(table.elements(), 3u);
 }
 
+TEST_P(PinnedMulti, NoRecordOfALongPinnedChainIsRemoved) {
+  Table table(host, ext.get(), GetParam());
+  RecordNode *first = table.put("red", "1");
+  for (int i = 2; i <= 150; i++) table.put("red", std::to_string(i));
+  table.pin(first);
+  for (void *const data : table.cursors("red")) {
+    void *cursor = data;
+    ASSERT_EQ(table.removeDup(&cursor, "red"), MORVA_PINNED);
+  }
+  EXPECT_EQ(table.elements(), 150u);
+}
+
 TEST_P(PinnedMulti, ThePinIsSeenBeforeAScratchRecordIsTaken) {
   Table table(host, ext.get(), GetParam());
   RecordNode *first = table.put("red", "1");

@@ -172,6 +172,34 @@ TEST_P(RemoveDupEveryShape, LongChainsKeepTheirOtherRecords) {
   EXPECT_EQ(backwards, "6532");
 }
 
+TEST_P(RemoveDupEveryShape, TheEndOfALongChainLeadsToItsFirstRecordByTheTree) {
+  table->put("blu", "b");
+  for (int i = 4; i <= 150; i++) table->put("red", std::to_string(i));
+  const std::vector<void *> cursors = table->cursors("red");
+  std::string left = table->all("red");
+  for (size_t i = cursors.size(); i-- > 1;) {
+    host.forget();
+    void *cursor = cursors[i];
+    ASSERT_EQ(table->removeDup(&cursor, "red"), MORVA_OK);
+    EXPECT_EQ(host.count(Call::treeFind), i < 64 ? 0u : 1u) << i;
+    EXPECT_EQ(host.count(Call::treeRemove), 0u);
+    left.resize(left.rfind(' '));
+    ASSERT_EQ(table->all("red"), left);
+    ASSERT_EQ(pairs[0]->back + 1, cursors[i - 1]);
+  }
+  EXPECT_EQ(table->all("blu"), "b");
+}
+
+TEST_P(RemoveDupEveryShape, TheMiddleOfALongChainGoesWithoutALookAtItsFirstRecord) {
+  for (int i = 4; i <= 150; i++) table->put("red", std::to_string(i));
+  void *cursor = table->cursors("red")[100];
+  host.forget();
+  EXPECT_EQ(table->removeDup(&cursor, "red"), MORVA_OK);
+  EXPECT_EQ(host.count(Call::treeFind), 0u);
+  EXPECT_EQ(table->cursors("red").size(), 149u);
+  EXPECT_THAT(table->all("red"), testing::HasSubstr(" 100 102 "));
+}
+
 TEST_P(RemoveDupEveryShape, TheKeyIsPutIntoAScratchRecordThoughNoBucketIsSearched) {
   void *cursor = table->dataOf(nodes[1]);
   EXPECT_EQ(table->removeDup(&cursor, "red"), MORVA_OK);
