@@ -15,52 +15,24 @@ constinit Run noRun{};
 // may as well be a huge page.
 constexpr uint64_t kHugeFrom = 3 * (kSegmentBytes / 4);
 
-// How many segments are asked for room before a new one is made. More than a
-// few are only passed over where runs of many slices meet scattered free ones.
-constexpr int kSegmentsAsked = 8;
-
-Segment *segmentOf(const void *p) {
-  return reinterpret_cast<Segment *>(reinterpret_cast<uintptr_t>(p) & ~(kSegmentBytes - 1));
-}
-
-uint32_t offsetOf(const void *p) {
-  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p) & (kSegmentBytes - 1));
-}
-
-uint32_t bitsOf(uint32_t slice, uint32_t slices) {
-  return static_cast<uint32_t>(((UINT64_C(1) << slices) - 1) << slice);
-}
-
-// The first of `slices` neighbouring free slices, or kSlices.
-uint32_t findFree(uint32_t freeSlices, uint32_t slices) {
-  uint32_t starts = freeSlices;
-  for (uint32_t i = 1; i < slices; ++i) starts &= freeSlices >> i;
-  return static_cast<uint32_t>(std::countr_zero(starts));
-}
-
 }  // namespace
 
-BlockPool::BlockPool(MemoryAccount *account, bool hugePages, uint64_t secret)
+BlockPool::BlockPool(MemoryAccount *account, IdleSegments *idle, bool hugePages, uint64_t secret)
     // The lowest bits stay 0, so that a scrambled link keeps its alignment and
     // a damaged one shows.
-    : secret_(secret & ~UINT64_C(15)), account_(account), hugePages_(hugePages) {
-  std::fill_n(current_, kClasses, &noRun);
+    : secret_(secret & ~UINT64_C(15)), account_(account), idle_(idle), hugePages_(hugePages) {
+  forgetRuns();
 }
 
-// Where the limit is in the way, what the pool has without need goes first; that
-// is not `keep`.
-bool BlockPool::reserve(uint64_t bytes, const Segment *keep) {
-  return account_->reserve(bytes) || (unmapUnused(keep) && account_->reserve(bytes));
+void BlockPool::forgetRuns() {
+  for (uint32_t c = 0; c < kClasses; ++c) {
+    current_[c] = &noRun;
+    partial_[c] = {};
+  }
 }
 
-void BlockPool::enter(uint64_t bytes) {
-  bytesMapped_.add(bytes);
-  account_->enter(bytes);
-}
-
-void BlockPool::give(uint64_t bytes) {
-  bytesMapped_.sub(bytes);
-  account_->give(bytes);
+void BlockPool::forgetCurrent(uint32_t c) {
+  current_[c] = &noRun;
 }
 
 // ---- small blocks: taking ------------------------------------------------
@@ -165,64 +137,17 @@ Run *BlockPool::newRun(uint32_t c) {
   const uint32_t size = kClassTable.size[c];
   const uint32_t slices = slicesOfRun(size);
   const uint32_t usable = size <= kLargestInFirstSlice ? kAllFree : kAllFree - 1;
-  int asked = 0;
-  for (Segment *segment = open_.first(); segment != nullptr && asked < kSegmentsAsked;
-       segment = open_.next(segment), ++asked) {
-    const uint32_t slice = findFree(segment->freeSlices & usable, slices);
-    if (slice < kSlices) return openRun(segment, slice, slices, c);
+  Room room = findRoom(slices, usable, false);
+  if (room.segment == nullptr) {
+    Segment *segment = bytesMapped_.get() >= kHugeFrom ? newSegment(true) : nullptr;
+    if (segment == nullptr) segment = newSegment(false);
+    if (segment == nullptr) return nullptr;
+    room = roomIn(segment, slices, usable);
   }
-  Segment *segment = newSegment();
-  if (segment == nullptr) return nullptr;
-  return openRun(segment, findFree(segment->freeSlices & usable, slices), slices, c);
-}
-
-Run *BlockPool::openRun(Segment *segment, uint32_t slice, uint32_t slices, uint32_t c) {
-  if (segment == spare_) spare_ = nullptr;
-  segment->freeSlices &= ~bitsOf(slice, slices);
-  if (segment->freeSlices == 0) open_.remove(segment);
-  for (uint32_t i = 0; i < slices; ++i)
-    segment->firstSlice[slice + i] = static_cast<uint8_t>(slice);
-
-  const uint32_t size = kClassTable.size[c];
-  const uint32_t start = offsetOfRun(slice);
-  const uint32_t room = (slice + slices) * kSliceBytes - start;
-  Run *run = &segment->runs[slice];
-  run->freeList = nullptr;
-  run->bump = run->committed = segment->start() + start;
-  run->end = run->bump + static_cast<size_t>(room / size) * size;
-  run->live = 0;
-  run->fresh = start;
-  for (uint32_t i = slice; i < slice + slices; ++i) {
-    if (segment->touched[i] != 0) {
-      run->fresh = std::max<uint32_t>(
-          start, i * kSliceBytes + segment->touched[i] * static_cast<uint32_t>(kPageBytes));
-    }
-  }
+  Run *run = openRun(room, slices, size);
   run->sizeClass = static_cast<uint16_t>(c);
-  run->firstSlice = static_cast<uint8_t>(slice);
   run->state = RunState::kCurrent;
   return run;
-}
-
-Segment *BlockPool::newSegment() {
-  const bool huge = hugePages_ && bytesMapped_.get() >= kHugeFrom && reserve(kSegmentBytes);
-  if (!huge && !reserve(kPageBytes)) return nullptr;
-  const uint64_t counted = huge ? kSegmentBytes : kPageBytes;
-  auto *segment = static_cast<Segment *>(mapAligned(kSegmentBytes));
-  if (segment == nullptr) {
-    account_->cancel(counted);
-    return nullptr;
-  }
-  enter(counted);
-  huge ? adviseHugePages(segment, kSegmentBytes) : adviseSmallPages(segment, kSegmentBytes);
-  segment->head.magic = magicOf(segment);
-  segment->freeSlices = kAllFree;
-  segment->countedWhole = huge ? 1 : 0;
-  segment->touched[0] = 1;
-  segments_.pushBack(segment);
-  open_.pushFront(segment);
-  poison(segment->start() + kPageBytes, kSegmentBytes - kPageBytes);
-  return segment;
 }
 
 // ---- small blocks: giving back -------------------------------------------
@@ -239,8 +164,10 @@ void BlockPool::free(void *p) {
   const uint32_t inRun = offset - start;
   const uint64_t index = (inRun * kClassTable.reciprocal[run->sizeClass]) >> kReciprocalShift;
   if (run->state == RunState::kFree || offset < start || p >= run->bump || run->live == 0 ||
-      index * blockSize != inRun) [[unlikely]]
+      index * blockSize != inRun) [[unlikely]] {
+    if (run->state == RunState::kLong && p == run->bump) return freeLong(segment, run);
     return misuses_.add(1);
+  }
 
   auto *block = static_cast<uint64_t *>(p);
   if constexpr (kAsan) {
@@ -273,130 +200,6 @@ void BlockPool::runEmptied(Segment *segment, Run *run) {
     releaseRun(segment, run);
   }
   sweep(segment);
-}
-
-void BlockPool::releaseRun(Segment *segment, Run *run) {
-  const uint32_t c = run->sizeClass;
-  if (run->state == RunState::kPartial) partial_[c].remove(run);
-  if (run->state == RunState::kCurrent) current_[c] = &noRun;
-  run->state = RunState::kFree;
-  if (segment->freeSlices == 0) open_.pushFront(segment);
-  segment->freeSlices |= bitsOf(run->firstSlice, slicesOfRun(kClassTable.size[c]));
-}
-
-// Whether none of its runs has a live block.
-bool BlockPool::isUnused(const Segment *segment) {
-  for (uint32_t used = ~segment->freeSlices; used != 0;) {
-    const Run &run = segment->runs[std::countr_zero(used)];
-    if (run.live != 0) return false;
-    used &= ~bitsOf(run.firstSlice, slicesOfRun(kClassTable.size[run.sizeClass]));
-  }
-  return true;
-}
-
-void BlockPool::releaseRuns(Segment *segment) {
-  while (segment->freeSlices != kAllFree) {
-    releaseRun(segment, &segment->runs[std::countr_zero(~segment->freeSlices)]);
-  }
-}
-
-// Retires the segment if it is unused. What can be left then are current runs of
-// some classes, which a pool's only segment may keep.
-void BlockPool::sweep(Segment *segment) {
-  if (segments_.count() == 1 && segment->freeSlices != kAllFree) return;
-  if (!isUnused(segment)) return;
-  releaseRuns(segment);
-  retire(segment);
-}
-
-// Unmaps all unused segments but `keep`; answers whether there was one.
-bool BlockPool::unmapUnused(const Segment *keep) {
-  const uint32_t before = segments_.count();
-  for (Segment *segment = segments_.first(), *next = nullptr; segment != nullptr; segment = next) {
-    next = segments_.next(segment);
-    if (segment == keep || !isUnused(segment)) continue;
-    releaseRuns(segment);
-    unmapSegment(segment);
-  }
-  return segments_.count() != before;
-}
-
-void BlockPool::retire(Segment *segment) {
-  if (spare_ != nullptr) return unmapSegment(segment);
-  spare_ = segment;
-  open_.remove(segment);
-  open_.pushBack(segment);
-}
-
-void BlockPool::unmapSegment(Segment *segment) {
-  uint64_t counted = kSegmentBytes;
-  if (segment->countedWhole == 0) {
-    counted = 0;
-    for (const uint8_t pages : segment->touched) counted += pages * kPageBytes;
-  }
-  if (segment == spare_) spare_ = nullptr;
-  if (segment->freeSlices != 0) open_.remove(segment);
-  segments_.remove(segment);
-  unmap(segment, kSegmentBytes);
-  give(counted);
-}
-
-// ---- large blocks --------------------------------------------------------
-
-// Fresh from the system, so zero in any case.
-void *BlockPool::allocateLarge(uint64_t size) {
-  const uint64_t mapped =
-      size > UINT64_MAX - sizeof(LargeBlock) ? 0 : roundToPages(size + sizeof(LargeBlock));
-  if (mapped == 0 || !reserve(mapped)) {
-    account_->countRefusal();
-    return nullptr;
-  }
-  auto *large = static_cast<LargeBlock *>(mapAligned(mapped));
-  if (large == nullptr) {
-    account_->cancel(mapped);
-    account_->countRefusal();
-    return nullptr;
-  }
-  enter(mapped);
-  // Smaller mappings hold no whole huge page, whatever the system does.
-  if (mapped >= kSegmentBytes)
-    hugePages_ ? adviseHugePages(large, mapped) : adviseSmallPages(large, mapped);
-  large->head = {magicOf(large), 1};
-  large->mapped = mapped;
-  large_.pushBack(large);
-  bytesLive_.add(large->usable());
-  blocksLive_.add(1);
-  if constexpr (kAsan) {
-    poison(large->block(), large->usable());
-    unpoison(large->block(), size);
-  }
-  return large->block();
-}
-
-void BlockPool::freeLarge(LargeBlock *large, void *block) {
-  if (block != large->block()) return misuses_.add(1);
-  noteFreed(large->usable());
-  unmapLarge(large);
-}
-
-void BlockPool::unmapLarge(LargeBlock *large) {
-  const uint64_t mapped = large->mapped;
-  large_.remove(large);
-  unmap(large, mapped);
-  give(mapped);
-}
-
-void BlockPool::releaseAll() {
-  while (LargeBlock *large = large_.first()) unmapLarge(large);
-  while (Segment *segment = segments_.first()) unmapSegment(segment);
-  if (bytesPeak_.get() < bytesLive_.get()) bytesPeak_.set(bytesLive_.get());
-  bytesLive_.set(0);
-  blocksLive_.set(0);
-  spare_ = nullptr;
-  for (uint32_t c = 0; c < kClasses; ++c) {
-    current_[c] = &noRun;
-    partial_[c] = {};
-  }
 }
 
 }  // namespace qzhost

@@ -9,7 +9,9 @@
 //   run       one or more slices, cut into blocks of one size class; handed out
 //             from its free list, else by moving `bump`
 //
-// Blocks above 256 KiB have a mapping each: a header of 64 bytes, the block.
+// A block above 256 KiB is a run by itself (a long block); one that fits in no
+// segment, above 1984 KiB, has a mapping of its own: a header of 64 bytes, the
+// block (a large block).
 //
 // Which run serves a class. `current` does, until it has neither freed blocks
 // nor room; then the first run on the class's partial list, then a new one.
@@ -23,11 +25,20 @@
 // segment is unmapped: Segment::touched remembers per slice how far. A segment
 // on huge pages is counted whole, as the system hands it over whole.
 //
+// Huge pages. What costs is the first touch: 2 MiB as one huge page take as long
+// as some 90 KiB of small ones. A pool's first segment is on small pages. On huge
+// ones are those it makes when it has 1.5 MiB, and those made for long blocks,
+// since a pool that takes one is likely to go on doubling: with slots of 64 bytes
+// the record blocks of 256, 512 and 1024 KiB fill one segment. The tail of a
+// large block is rounded up to a huge page where little is lost. All that only as
+// far as the account allows; where it does not, the same lies on small pages.
+//
 // Giving back. A run goes back to its segment when its last block is freed; a
 // segment without live blocks is unmapped, except that one is kept as a spare
 // for the next time: filling and emptying in turn neither grows nor keeps
-// mapping and unmapping. Where the limit leaves no room for more, what is kept
-// so is unmapped too.
+// mapping and unmapping. The segments of a pool that is destroyed may stay with
+// the host (idle_segments.h), where pools look before they map a new one. Where
+// the limit leaves no room for more, all that is kept so is given back.
 //
 // Hardening. A free block holds its link scrambled with the pool's secret and a
 // seal in the word behind it. A link that does not unscramble to a place in the
@@ -43,6 +54,9 @@
 //
 // Thread-safety: none; the pool in front of it serialises where that is needed.
 // The counters alone may be read at any time from any thread.
+//
+// In block_pool.cpp are the small blocks, in block_pool_large.cpp the long and
+// the large ones, in block_pool_segments.cpp the segments and the account.
 #pragma once
 
 #include <atomic>
@@ -50,6 +64,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "idle_segments.h"
 #include "poison.h"
 #include "segment.h"
 
@@ -70,7 +85,7 @@ class Counter {
 
 class BlockPool {
  public:
-  BlockPool(MemoryAccount *account, bool hugePages, uint64_t secret);
+  BlockPool(MemoryAccount *account, IdleSegments *idle, bool hugePages, uint64_t secret);
   ~BlockPool() { releaseAll(); }
   BlockPool(const BlockPool &) = delete;
   BlockPool &operator=(const BlockPool &) = delete;
@@ -78,7 +93,7 @@ class BlockPool {
   // A block of `size` bytes and more, or null. All zero with `zero`.
   void *allocate(uint64_t size, bool zero) {
     if (size > kLargestSmall) [[unlikely]]
-      return allocateLarge(size);
+      return allocateBig(size, zero);
     const uint32_t c = classOf(size);
     Run *run = current_[c];
     if (uint64_t *block = run->freeList) return reuse(run, c, block, size, zero);
@@ -161,25 +176,43 @@ class BlockPool {
   bool commit(Run *run, uint32_t blockSize);
   bool commitTo(Run *run, char *end);
   Run *newRun(uint32_t c);
-  Run *openRun(Segment *segment, uint32_t slice, uint32_t slices, uint32_t c);
-  Segment *newSegment();
-
+  void forgetRuns();
+  void forgetCurrent(uint32_t c);
   void runEmptied(Segment *segment, Run *run);
+
+  // Where a run may be opened.
+  struct Room {
+    Segment *segment = nullptr;
+    uint32_t slice = 0;
+  };
+  static Room roomIn(Segment *segment, uint32_t slices, uint32_t usable);
+  Room findRoom(uint32_t slices, uint32_t usable, bool hugeOnly) const;
+  Run *openRun(const Room &room, uint32_t slices, uint32_t size);
+  Segment *newSegment(bool huge);
+  Segment *mapSegment(bool huge);
+
   void releaseRun(Segment *segment, Run *run);
   static bool isUnused(const Segment *segment);
   void releaseRuns(Segment *segment);
   void sweep(Segment *segment);
   void retire(Segment *segment);
+  void dropSegment(Segment *segment);
   void unmapSegment(Segment *segment);
 
+  void *allocateBig(uint64_t size, bool zero);
+  void *allocateLong(uint32_t size, bool zero);
+  Run *newLongRun(uint32_t bytes);
+  void freeLong(Segment *segment, Run *run);
   void *allocateLarge(uint64_t size);
   void freeLarge(LargeBlock *large, void *block);
   void unmapLarge(LargeBlock *large);
 
   bool reserve(uint64_t bytes, const Segment *keep = nullptr);
+  bool reserveHuge(uint64_t bytes);
   void enter(uint64_t bytes);
   void give(uint64_t bytes);
-  bool unmapUnused(const Segment *keep);
+  bool giveBackUnused(const Segment *keep);
+  void trim(Segment *segment);
   uint64_t magicOf(const void *start) const { return secret_ + reinterpret_cast<uintptr_t>(start); }
   uint64_t sealOf(const void *block) const { return ~secret_ ^ reinterpret_cast<uintptr_t>(block); }
 
@@ -192,6 +225,7 @@ class BlockPool {
   Counter misuses_;
   const uint64_t secret_;
   MemoryAccount *const account_;
+  IdleSegments *const idle_;
   List<Segment, &Segment::all> segments_;
   // Those with free slices, the newest first and the spare one last.
   List<Segment, &Segment::open> open_;

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <type_traits>
 
+#include "idle_segments.h"
 #include "intrusive_list.h"
 #include "loader.h"
 #include "lock.h"
@@ -54,6 +55,7 @@ struct QZHost {
   HostServices services{};
   const QZHostOptions options;
   qzhost::MemoryAccount memory;
+  qzhost::IdleSegments idle{&memory};
   std::atomic<uint64_t> unmatchedReleases{0};
 
   qzhost::Companion<RecordPackerExt> packerExt;

@@ -77,6 +77,10 @@ void unmap(void *start, size_t bytes) {
   munmap(start, bytes);
 }
 
+bool discard(void *start, size_t bytes) {
+  return madvise(start, bytes, MADV_DONTNEED) == 0;
+}
+
 // What the system has no word for is left as it is.
 void adviseHugePages(void *start, size_t bytes) {
   madvise(start, bytes, MADV_HUGEPAGE);

@@ -41,6 +41,22 @@ class MemoryAccount {
     cancel(bytes);
   }
 
+  // Whether `bytes` more would leave half of the limit untaken: what is taken for
+  // speed only is taken while that holds.
+  bool hasRoom(uint64_t bytes) const { return limit_ == 0 || taken() + bytes <= limit_ / 2; }
+
+  // Bytes of huge pages that are taken but that no run or block has a use for yet.
+  // For speed alone no more may be left so than 16 MiB, which a few pools never
+  // notice, or an eighth of what is taken, where there are many; and never more
+  // than a sixteenth of the limit, which would miss it.
+  void leaveUnused(uint64_t bytes) { unused_.fetch_add(bytes, std::memory_order_relaxed); }
+  void putToUse(uint64_t bytes) { unused_.fetch_sub(bytes, std::memory_order_relaxed); }
+  bool mayLeaveUnused(uint64_t bytes) const {
+    const uint64_t after = unused_.load(std::memory_order_relaxed) + bytes;
+    return (after <= kFreelyUnused || after <= taken() / 8) &&
+           (limit_ == 0 || after <= limit_ / 16);
+  }
+
   void countRefusal() { refused_.fetch_add(1, std::memory_order_relaxed); }
 
   uint64_t taken() const { return taken_.load(std::memory_order_relaxed); }
@@ -49,11 +65,14 @@ class MemoryAccount {
   uint64_t refused() const { return refused_.load(std::memory_order_relaxed); }
 
  private:
+  static constexpr uint64_t kFreelyUnused = uint64_t{16} << 20;
+
   // Never less than what is taken.
   std::atomic<uint64_t> reserved_{0};
   std::atomic<uint64_t> taken_{0};
   std::atomic<uint64_t> peak_{0};
   std::atomic<uint64_t> refused_{0};
+  std::atomic<uint64_t> unused_{0};
   const uint64_t limit_;
 };
 
@@ -66,6 +85,10 @@ void *mapAligned(size_t bytes);
 
 // Gives back what mapAligned answered.
 void unmap(void *start, size_t bytes);
+
+// Gives back pages inside of a mapping, which are zero when they are touched
+// again; false when the system cannot, as where its pages are larger.
+bool discard(void *start, size_t bytes);
 
 // Asks for huge pages; a system without them leaves things as they are.
 void adviseHugePages(void *start, size_t bytes);

@@ -35,8 +35,8 @@ namespace qzhost {
 
 class OrderIndex {
  public:
-  OrderIndex(MemoryAccount *account, bool hugePages, uint64_t secret)
-      : memory_(account, hugePages, secret) {}
+  OrderIndex(MemoryAccount *account, IdleSegments *idle, bool hugePages, uint64_t secret)
+      : memory_(account, idle, hugePages, secret) {}
 
   // For use while empty: no two record nodes are nearer than this many bytes.
   void setDistance(uint64_t bytes);

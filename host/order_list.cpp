@@ -113,7 +113,8 @@ const OrderedList *listOf(const MORVAInst *inst) {
 
 OrderedList::OrderedList(QZHost *owningHost, bool locked)
     : table{},
-      index(&owningHost->memory, owningHost->options.hugePages != 0, owningHost->nextSecret()),
+      index(&owningHost->memory, &owningHost->idle, owningHost->options.hugePages != 0,
+            owningHost->nextSecret()),
       host(owningHost),
       lock(owningHost) {
   table.destroy = destroyOrderList;

@@ -45,7 +45,7 @@ Pool::Pool(QZHost *owner, const PoolOptions *options, void *contextWord, const c
       host(owner),
       context(contextWord),
       zeroFill(options != nullptr && (options->options & MORVA_ZERO_FILL) != 0),
-      blocks(&owner->memory, owner->options.hugePages != 0, owner->nextSecret()) {
+      blocks(&owner->memory, &owner->idle, owner->options.hugePages != 0, owner->nextSecret()) {
   const bool shared = options == nullptr || options->options == 0;
   table.destroy = destroyPool;
   table.allocate = shared ? allocateLocked : allocateUnlocked;
@@ -59,6 +59,7 @@ HostPool *createPool(HostServices *services, const PoolOptions *options, void *c
   if (host == nullptr) return nullptr;
   auto *pool = new (std::nothrow) Pool(host, options, context, name);
   if (pool == nullptr) return nullptr;
+  host->idle.poolMade();
   const std::lock_guard guard(host->mutex);
   host->pools.pushBack(pool);
   return &pool->table;
@@ -67,12 +68,14 @@ HostPool *createPool(HostServices *services, const PoolOptions *options, void *c
 void destroyPool(HostPool *table) {
   if (table == nullptr) return;
   Pool *pool = poolOf(table);
+  QZHost *host = pool->host;
   {
-    const std::lock_guard guard(pool->host->mutex);
-    pool->host->pools.remove(pool);
-    pool->host->forgetExtensionOf(pool);
+    const std::lock_guard guard(host->mutex);
+    host->pools.remove(pool);
+    host->forgetExtensionOf(pool);
   }
   delete pool;
+  host->idle.poolGone();
 }
 
 }  // namespace qzhost

@@ -15,10 +15,13 @@ enum class RunState : uint8_t {
   kFree,     // describes no run
   kCurrent,  // serves its class
   kPartial,  // has freed blocks, waits to become current
-  kFull      // all blocks are live
+  kFull,     // all blocks are live
+  kLong      // is one live block of a size of its own
 };
 
-// One or more slices cut into blocks of one size. One cache line.
+// One or more slices cut into blocks of one size. One cache line. The only block
+// of a long run starts at `bump`, so that to free() it looks like none that was
+// handed out and costs other blocks no comparison.
 struct alignas(64) Run {
   // Freed blocks, linked through their first word, which is scrambled.
   uint64_t *freeList;
@@ -60,6 +63,13 @@ struct Segment {
   Run runs[kSlices];
 
   char *start() { return reinterpret_cast<char *>(this); }
+  // The bytes of it that are in the account.
+  uint64_t counted() const {
+    if (countedWhole != 0) return kSegmentBytes;
+    uint64_t pages = 0;
+    for (const uint8_t of : touched) pages += of;
+    return pages * kPageBytes;
+  }
 };
 static_assert(sizeof(Segment) <= kPageBytes, "the header of a segment is one page");
 static_assert(kSlices == 32, "freeSlices has a bit for each slice");
@@ -71,14 +81,33 @@ inline uint32_t offsetOfRun(uint32_t slice) {
   return slice == 0 ? static_cast<uint32_t>(kPageBytes) : slice * kSliceBytes;
 }
 
+// The segment or large block that an address may lie in.
+inline Segment *segmentOf(const void *p) {
+  return reinterpret_cast<Segment *>(reinterpret_cast<uintptr_t>(p) & ~(kSegmentBytes - 1));
+}
+
+inline uint32_t offsetOf(const void *p) {
+  return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(p) & (kSegmentBytes - 1));
+}
+
+// As in Segment::freeSlices.
+inline uint32_t bitsOf(uint32_t slice, uint32_t slices) {
+  return static_cast<uint32_t>(((UINT64_C(1) << slices) - 1) << slice);
+}
+
+// The slices a run takes; the end of its last block is in the last one of them.
+inline uint32_t slicesOf(const Run &run) {
+  return (offsetOf(run.end - 1) / kSliceBytes) + 1 - run.firstSlice;
+}
+
 struct alignas(64) LargeBlock {
   MappingHead head;
   Link<LargeBlock> link;
-  // Bytes of the mapping.
+  // Bytes of the mapping, and of the block; there may be unused ones behind it.
   uint64_t mapped;
+  uint64_t usable;
 
   char *block() { return reinterpret_cast<char *>(this + 1); }
-  uint64_t usable() const { return mapped - sizeof(LargeBlock); }
 };
 static_assert(sizeof(LargeBlock) == 64, "blocks are aligned to 64 bytes");
 

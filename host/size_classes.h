@@ -1,6 +1,8 @@
 // The sizes in which small blocks are handed out: steps of 16 bytes up to 128,
 // then eight sizes per doubling, so that rounding up never wastes more than an
-// eighth. Every size is a multiple of 16, every size from 64 KiB on of 64.
+// eighth. Every size is a multiple of 16, every size above 512 of 64: a record
+// of 64 bytes in a block of records starts at the same place of a cache line as
+// the first one.
 #pragma once
 
 #include <bit>
@@ -14,8 +16,11 @@ namespace qzhost {
 inline constexpr uint32_t kSliceBytes = 64 << 10;
 inline constexpr uint32_t kSlices = kSegmentBytes / kSliceBytes;
 
-// Larger blocks are mapped one by one.
+// Larger blocks have a run each, of as many slices as they need.
 inline constexpr uint32_t kLargestSmall = 256 << 10;
+
+// Blocks larger than this do not fit in a segment and are mapped one by one.
+inline constexpr uint32_t kLargestLong = (kSlices - 1) * kSliceBytes;
 
 // Runs of blocks up to this size may lie in what the header leaves of the first
 // slice, so that a pool of a few small blocks touches two pages in all.

@@ -16,19 +16,19 @@ Tree *treeOf(TreeContainer *table) {
 
 RecordNode *insertNode(TreeContainer *table, Bucket *bucket, RecordNode *node, BucketArray *) {
   TreeHolder holder{bucket->root, 0, 0, nullptr};
-  RecordNode *answer = treeOf(table)->callbacks->adder(&holder, node);
+  RecordNode *answer = treeOf(table)->callbacks.adder(&holder, node);
   if (holder.root != bucket->root) bucket->root = holder.root;
   return answer;
 }
 
 RecordNode *findNode(TreeContainer *table, Bucket *bucket, RecordNode *probe) {
   TreeHolder holder{bucket->root, 0, 0, nullptr};
-  return treeOf(table)->callbacks->finder(&holder, probe);
+  return treeOf(table)->callbacks.finder(&holder, probe);
 }
 
 RecordNode *removeNode(TreeContainer *table, Bucket *bucket, RecordNode *probe) {
   TreeHolder holder{bucket->root, 0, 0, nullptr};
-  RecordNode *answer = treeOf(table)->callbacks->killer(&holder, probe);
+  RecordNode *answer = treeOf(table)->callbacks.killer(&holder, probe);
   if (holder.root != bucket->root) bucket->root = holder.root;
   return answer;
 }
@@ -65,7 +65,7 @@ RecordNode *insertLocked(TreeContainer *table, Bucket *bucket, RecordNode *node,
   Lock *lock = lockOfBucket(table, bucket);
   const Holding holding(lock, MORVA_LOCK_CHANGE);
   TreeHolder holder{bucket->root, 0, 0, &lock->table};
-  RecordNode *answer = treeOf(table)->callbacks->safe_adder(&holder, node);
+  RecordNode *answer = treeOf(table)->callbacks.safe_adder(&holder, node);
   if (holder.root != bucket->root) bucket->root = holder.root;
   return answer;
 }
@@ -74,14 +74,14 @@ RecordNode *findLocked(TreeContainer *table, Bucket *bucket, RecordNode *probe) 
   Lock *lock = lockOfBucket(table, bucket);
   const Holding holding(lock, MORVA_LOCK_READ);
   TreeHolder holder{bucket->root, 0, 0, &lock->table};
-  return treeOf(table)->callbacks->safe_finder(&holder, probe);
+  return treeOf(table)->callbacks.safe_finder(&holder, probe);
 }
 
 RecordNode *removeLocked(TreeContainer *table, Bucket *bucket, RecordNode *probe) {
   Lock *lock = lockOfBucket(table, bucket);
   const Holding holding(lock, MORVA_LOCK_CHANGE);
   TreeHolder holder{bucket->root, 0, 0, &lock->table};
-  RecordNode *answer = treeOf(table)->callbacks->safe_killer(&holder, probe);
+  RecordNode *answer = treeOf(table)->callbacks.safe_killer(&holder, probe);
   if (holder.root != bucket->root) bucket->root = holder.root;
   return answer;
 }
@@ -108,7 +108,7 @@ TreeLocks::TreeLocks(QZHost *host) : container(host) {
 }
 
 Tree::Tree(QZHost *owningHost, const TreeCallbacks *treeCallbacks, TreeLocks *treeLocks)
-    : table{}, callbacks(treeCallbacks), locks(treeLocks), host(owningHost) {
+    : table{}, callbacks(*treeCallbacks), locks(treeLocks), host(owningHost) {
   table.destroy = destroyTree;
   table.next = nextNode;
   if (locks == nullptr) {
@@ -123,6 +123,10 @@ Tree::Tree(QZHost *owningHost, const TreeCallbacks *treeCallbacks, TreeLocks *tr
     table.remove = removeLocked;
     table.first = firstLocked;
   }
+}
+
+bool isPlain(const TreeContainer *table) {
+  return table->find == findNode;
 }
 
 void releaseTreeExt(TreeExt *companion) {

@@ -44,12 +44,17 @@ struct Tree {
   explicit Tree(QZHost *host, const TreeCallbacks *callbacks, TreeLocks *locks);
 
   TreeContainer table;
-  const TreeCallbacks *callbacks;
+  // A copy: one step less for every operation.
+  TreeCallbacks callbacks;
   TreeLocks *locks;
   QZHost *host;
   Link<Tree> link;
 };
 static_assert(std::is_standard_layout_v<Tree>, "a container is its table");
+
+// Whether a container is one of these, without locks: then its trees may be
+// walked as morva/search.hpp walks them.
+bool isPlain(const TreeContainer *table);
 
 // The slots of the companion.
 void releaseTreeExt(TreeExt *companion);

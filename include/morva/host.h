@@ -22,13 +22,21 @@
  * the program, refuses while another host has it. A program that is linked with
  * the very file it loads has one copy for both: the first host to come has it.
  *
- * Pools. Blocks are aligned to 16 bytes, blocks of 64 KiB and more to 64.
- * Small blocks have no header: they are cut from chunks by size class. Large
- * blocks are mapped straight from the system, on huge pages where the option
- * allows it and the size (2 MiB and more) pays. MORVA_ZERO_FILL is honoured as
- * an option of a block and of a pool. A pool made with option 0 may be used
- * from several threads at once; the record pools of an instance (options not
- * 0) rely on the serialisation that morva/host_pool.h states.
+ * Pools. Blocks are aligned to 16 bytes, blocks of more than 512 bytes to 64.
+ * They have no header: they are cut from chunks of 2 MiB, by size class up to
+ * 256 KiB. Blocks of more than 1984 KiB are mapped straight from the system. A
+ * pool's first chunk is on small pages; where the option allows it and it pays,
+ * further ones are on huge pages, those for blocks of more than 256 KiB, and
+ * blocks of 2 MiB and more. MORVA_ZERO_FILL is honoured as an option of a block
+ * and of a pool. A pool made with option 0 may be used from several threads at
+ * once; the record pools of an instance (options not 0) rely on the
+ * serialisation that morva/host_pool.h states.
+ *
+ * Destroying a pool gives its memory back, but while a host has other pools it
+ * keeps some for the next ones: four chunks at most, 4 MiB of them touched at
+ * most. That counts in `bytesMapped` of the host and of no pool, and goes back to
+ * the system before the memory limit refuses anything, with the last pool, and
+ * with the host.
  *
  * Locks. Exclusive or shared, re-entrant: a thread may acquire again what it
  * holds (shared inside exclusive counts as exclusive). Turning a shared hold
@@ -91,7 +99,7 @@ typedef struct QZHostOptions {
 typedef struct QZHostStats {
   /** Bytes of blocks handed out and not given back, as rounded up to their size class. */
   uint64_t bytesLive;
-  /** Bytes taken from the system for pools, now and at most. */
+  /** Bytes taken from the system for pools, with what is kept for the next ones. */
   uint64_t bytesMapped;
   /** The most that `bytesMapped` has been. */
   uint64_t bytesMappedPeak;

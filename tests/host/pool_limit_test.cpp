@@ -147,7 +147,7 @@ TEST(PoolLimit, IsOneForAllPoolsTogether) {
   EXPECT_EQ(second->allocate(second, 100, 0), nullptr);
   EXPECT_EQ(second->allocate(second, 1 << 20, 0), nullptr);
   first->destroy(first);
-  EXPECT_EQ(statsOf(host).bytesMapped, 0u);
+  EXPECT_LE(statsOf(host).bytesMapped, kLimit / 2);
   EXPECT_GE(fill(second, 100).size() * 100, kLimit * 8 / 10);
 }
 

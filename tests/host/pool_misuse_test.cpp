@@ -15,8 +15,9 @@ class PoolMisuse : public ::testing::Test {
   void *take(uint64_t size) { return pool.allocate(size, false); }
 
   MemoryAccount account{0};
-  BlockPool pool{&account, true, UINT64_C(0x123456789ABCDEF)};
-  BlockPool other{&account, true, UINT64_C(0xFEDCBA987654321)};
+  IdleSegments idle{&account};
+  BlockPool pool{&account, &idle, true, UINT64_C(0x123456789ABCDEF)};
+  BlockPool other{&account, &idle, true, UINT64_C(0xFEDCBA987654321)};
 };
 
 TEST(PoolStatistics, TellFreesThatWereIgnored) {

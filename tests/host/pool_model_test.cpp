@@ -81,7 +81,7 @@ class PoolModel : public ::testing::TestWithParam<Setting> {
       return;
     }
     const Block block{start, size, random()};
-    ASSERT_EQ(reinterpret_cast<uintptr_t>(start) % (size >= 64 << 10 ? 64 : 16), 0u);
+    ASSERT_EQ(reinterpret_cast<uintptr_t>(start) % (size > 512 ? 64 : 16), 0u);
     if (zero || GetParam().option == MORVA_POOL_VARKEYS) {
       ASSERT_TRUE(isAllZero(block)) << size;
     }

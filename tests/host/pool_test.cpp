@@ -21,7 +21,7 @@ std::vector<uint64_t> interestingSizes() {
     for (uint64_t s = size - 1; s <= size + 1; ++s) sizes.push_back(s);
   };
   for (uint32_t c = 0; c < qzhost::kClasses; ++c) around(qzhost::sizeOfClass(c));
-  for (const uint64_t large : {300 << 10, 512 << 10, 1 << 20, 2 << 20, 3 << 20}) {
+  for (const uint64_t large : {300 << 10, 512 << 10, 1 << 20, 1984 << 10, 2 << 20, 3 << 20}) {
     around(large);
     around(large - 64);
   }
@@ -45,9 +45,9 @@ class PoolsOfEveryKind : public ::testing::TestWithParam<uint32_t> {
 INSTANTIATE_TEST_SUITE_P(Options, PoolsOfEveryKind,
                          ::testing::Values(0u, MORVA_POOL_RECORDS, MORVA_POOL_VARKEYS));
 
-TEST_P(PoolsOfEveryKind, BlocksAreAlignedToSixteenAndFromSixtyFourKibibytesToSixtyFour) {
+TEST_P(PoolsOfEveryKind, BlocksAreAlignedToSixteenAndAboveFiveHundredAndTwelveBytesToSixtyFour) {
   for (const uint64_t size : interestingSizes()) {
-    const uintptr_t alignment = size >= 64 << 10 ? 64 : 16;
+    const uintptr_t alignment = size > 512 ? 64 : 16;
     for (int i = 0; i < 5; ++i) {
       const void *block = take(size);
       ASSERT_NE(block, nullptr);
@@ -218,7 +218,8 @@ TEST(Pools, DestroyingOneLeavesTheBlocksOfOthersAlone) {
   for (int i = 0; i < 1000; ++i) goes->allocate(goes, 5000, MORVA_ZERO_FILL);
   goes->destroy(goes);
   EXPECT_TRUE(std::all_of(block, block + 5000, [](char c) { return c == 'x'; }));
-  EXPECT_EQ(statsOf(host).bytesMapped, poolStatsOf(host).at(0).bytesMapped);
+  // What is more is kept for the next pool.
+  EXPECT_LE(statsOf(host).bytesMapped, poolStatsOf(host).at(0).bytesMapped + (4 << 20));
 }
 
 TEST(Pools, OptionsMayBeNull) {
