@@ -229,6 +229,20 @@ struct composed_key {
 
   static constexpr bool fits(argument) noexcept { return true; }
   static raw_key raw(argument key) noexcept { return {std::addressof(key), 0}; }
+
+  // The packer may write some bytes more than the key has.
+  struct image_room {
+    alignas(8) unsigned char bytes[packed_size + 8];
+  };
+  using image = key_image<hashing::known_length<packed_size>>;
+  static image make_image(const MORVAInst *inst, argument key, image_room &room) noexcept {
+    inst->recordPacker->pack(inst->recordPacker, std::addressof(key), room.bytes, 1);
+    return {room.bytes, {}};
+  }
+  static packed_order order(const image &image) noexcept {
+    return packed_order(image.bytes, image.length);
+  }
+
   static const std::byte *packed(const RecordNode *node) noexcept {
     return static_cast<const std::byte *>(MORVARecordBase(const_cast<RecordNode *>(node)));
   }

@@ -40,6 +40,9 @@ namespace detail {
 struct host_state : counted {
   HostServices *services = nullptr;
   order_walk walk;
+  // Whether the trees of buckets are kept as morva/search.hpp walks them, and
+  // need no lock of their own for it. Other hosts are asked by their container.
+  bool plain_trees = false;
   // The embedded host and what is asked of it; null for any other, so that a
   // program on a host of its own need not link libqzhost.
   QZHost *embedded = nullptr;
@@ -77,6 +80,7 @@ class host {
     state->unload = &QZHostUnload;
     state->services = QZHostServices(state->embedded);
     state->walk = {&QZOrderFirst, &QZOrderNext};
+    state->plain_trees = !options.locked_trees;
     return host(std::move(state));
   }
 

@@ -29,9 +29,11 @@
 #include <string_view>
 #include <type_traits>
 
+#include "morva/hash_methods.hpp"
 #include "morva/inst.h"
 #include "morva/options.hpp"
 #include "morva/record_node.h"
+#include "morva/search.hpp"
 
 namespace morva {
 
@@ -49,11 +51,14 @@ struct raw_key {
   std::int32_t length = 0;
 };
 
-// The hash method for keys of up to `longest` bytes: FNV spreads counters, random
-// numbers and words well; past some fifty bytes it loses too much time.
-constexpr hash_method usual_hash(std::size_t longest) noexcept {
-  return longest <= 48 ? hash_method::fnv : hash_method::lookup2;
+// The hash method for keys of `size` bytes that may be numbers: FNV spreads
+// counters and random numbers well; past some fifty bytes it loses too much time.
+constexpr hash_method usual_hash(std::size_t size) noexcept {
+  return size <= 48 ? hash_method::fnv : hash_method::lookup2;
 }
+
+// That for text, which it spreads as chance would, in the least time.
+inline constexpr hash_method usual_text_hash = hash_method::times_37;
 
 // The longest key a lookup builds an image of on the stack.
 inline constexpr std::size_t largest_bounded_key = 4096;
@@ -64,10 +69,6 @@ struct probe_room {
   RecordNode node;
   alignas(8) std::byte area[Area];
 };
-
-inline const KeyPrefix *prefix_of(const RecordNode *node) noexcept {
-  return static_cast<const KeyPrefix *>(MORVARecordBase(const_cast<RecordNode *>(node)));
-}
 
 inline raw_key stored_bytes(const RecordNode *node) noexcept {
   const KeyPrefix *prefix = prefix_of(node);
@@ -91,12 +92,47 @@ using fixed_probe = probe_room<Length + 12 + 8>;
 // raw              the key for the operations of the instance
 // show             the key of a stored record
 // with_stored      calls back with the raw key of a stored record
+// image, make_image  the bytes a key is hashed and compared by
+// image_room       where they are, if not in the key itself
+// order            the order object of an image
 // probe            room for the image of a key that `fits`
 // define           describes the fields of a composed key, and the data
 // hash             the method unless another is chosen
 
+// The hash of an image. The method a kind of key usually has is compiled in; the
+// others are one function for all.
+[[gnu::noinline]] inline std::uint32_t hash_unusually(std::uint32_t method,
+                                                      const unsigned char *bytes,
+                                                      std::uint32_t length) noexcept {
+  return hash_key(method, bytes, length);
+}
+
+template <hash_method Usual, class Length>
+std::uint32_t hash_image(std::uint32_t method, const unsigned char *bytes, Length length) noexcept {
+  if (method == static_cast<std::uint32_t>(Usual)) [[likely]] {
+    return hashing::by_method(static_cast<std::uint32_t>(Usual), bytes, length);
+  }
+  return hash_unusually(method, bytes, length);
+}
+
+// The bytes of a key and how many: a number, or a constant where keys have one length.
+template <class Length>
+struct key_image {
+  const unsigned char *bytes = nullptr;
+  [[no_unique_address]] Length length{};
+};
+
 // What is the same for all keys that lie behind a KeyPrefix.
 struct prefixed_key {
+  struct image_room {};
+  template <class Length>
+  static auto order(const key_image<Length> &image) noexcept {
+    if constexpr (std::is_same_v<Length, hashing::known_length<prefixed_word_order::length>>) {
+      return prefixed_word_order(image.bytes);
+    } else {
+      return prefixed_order(image.bytes, image.length);
+    }
+  }
   template <class Use>
   static auto with_stored(const RecordNode *node, Use use) {
     return use(stored_bytes(node));
@@ -111,6 +147,11 @@ struct text_key : prefixed_key {
 
   static raw_key raw(argument key) noexcept {
     return {key.data(), static_cast<std::int32_t>(key.size())};
+  }
+  using image = key_image<std::uint32_t>;
+  static image make_image(const MORVAInst *, argument key, image_room &) noexcept {
+    return {reinterpret_cast<const unsigned char *>(key.data()),
+            static_cast<std::uint32_t>(key.size())};
   }
   static view show(const RecordNode *node) noexcept { return stored_text(node); }
 };
@@ -132,6 +173,10 @@ struct fixed_key : prefixed_key {
   static raw_key raw(argument key) noexcept {
     return {std::addressof(key), static_cast<std::int32_t>(sizeof(Key))};
   }
+  using image = key_image<hashing::known_length<sizeof(Key)>>;
+  static image make_image(const MORVAInst *, argument key, image_room &) noexcept {
+    return {reinterpret_cast<const unsigned char *>(std::addressof(key)), {}};
+  }
   static view show(const RecordNode *node) noexcept {
     return *std::launder(static_cast<const Key *>(stored_bytes(node).bytes));
   }
@@ -146,7 +191,7 @@ struct bounded_text : text_key {
   static constexpr bool bounded = true;
   static constexpr std::uint32_t flags = flagFixedKey;
   static constexpr std::uint32_t length = N;
-  static constexpr hash_method hash = usual_hash(N);
+  static constexpr hash_method hash = usual_text_hash;
 
   static constexpr bool fits(argument key) noexcept { return key.size() <= N; }
 };
@@ -158,8 +203,7 @@ struct any_text : text_key {
   static constexpr bool bounded = false;
   static constexpr std::uint32_t flags = flagVarKey;
   static constexpr std::uint32_t length = 0;
-  // Most keys are short.
-  static constexpr hash_method hash = hash_method::fnv;
+  static constexpr hash_method hash = usual_text_hash;
 
   // The rest of what an int32_t can say is left to the record's other parts.
   static constexpr std::size_t longest = 0x7fff0000;

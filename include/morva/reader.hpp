@@ -69,11 +69,12 @@ class basic_reader {
   }
 
   detail::place look(key_argument key) noexcept {
-    if (table_->inst_ == nullptr || !traits::fits(key)) return {};
+    if (!table_->mayHave(key)) return {};
+    if (table_->plain_) return table_->walkTo(key);
     const detail::raw_key raw = traits::raw(key);
     if constexpr (!traits::bounded) {
       const auto length = static_cast<std::size_t>(raw.length);
-      if (length > traits::on_stack && length <= table_->long_->longest()) {
+      if (length > traits::on_stack) {
         if (length > longest_) grow();
         // Without room of its own for so long a key it takes turns for the table's.
         if (length <= longest_) {

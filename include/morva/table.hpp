@@ -44,10 +44,12 @@
 #ifndef MORVA_TABLE_HPP
 #define MORVA_TABLE_HPP
 
+#include <atomic>
 #include <cmath>
 #include <concepts>
 #include <functional>
 #include <ranges>
+#include <span>
 #include <utility>
 
 #include "morva/composed.hpp"
@@ -55,6 +57,7 @@
 #include "morva/extension.hpp"
 #include "morva/guard.hpp"
 #include "morva/key.hpp"
+#include "morva/many.hpp"
 #include "morva/options.hpp"
 #include "morva/reader.hpp"
 #include "morva/result.hpp"
@@ -138,6 +141,7 @@ class table {
   table(table &&other) noexcept
       : on_(std::move(other.on_)),
         inst_(std::exchange(other.inst_, nullptr)),
+        plain_(other.plain_),
         long_(std::move(other.long_)) {}
   table &operator=(table &&other) noexcept {
     table taken(std::move(other));
@@ -153,6 +157,7 @@ class table {
   void swap(table &other) noexcept {
     std::swap(on_, other.on_);
     std::swap(inst_, other.inst_);
+    std::swap(plain_, other.plain_);
     std::swap(long_, other.long_);
   }
   friend void swap(table &a, table &b) noexcept { a.swap(b); }
@@ -267,6 +272,64 @@ class table {
   iterator end() noexcept { return {}; }
   const_iterator end() const noexcept { return {}; }
   const_iterator cend() const noexcept { return {}; }
+
+  // ---- Many keys at a time ---------------------------------------------------------
+  //
+  // Each does what the operation on one key does, for all keys in turn, with the
+  // same results and the same table at the end; for other threads it is one
+  // step. The records are looked for side by side beforehand, so that a large
+  // table answers several times sooner. Keys lie in a random-access range, as
+  // objects of the key's type, or for text as anything that shows as a
+  // std::string_view. Where there is too little room for the answers, or not as much data
+  // as keys, the operation fails with refused and does nothing.
+
+  /** find of each key, into `found`; answers how many there are. */
+  template <detail::keys_in_a_row<key_argument> Keys>
+  answer<size_type> find_many(Keys &&keys, std::span<cursor> found) noexcept(!canThrow) {
+    return answers::template give<size_type>(findMany(keys, found));
+  }
+  template <detail::keys_in_a_row<key_argument> Keys>
+  answer<size_type> find_many(Keys &&keys, std::span<const_cursor> found) const
+      noexcept(!canThrow) {
+    return answers::template give<size_type>(findMany(keys, found));
+  }
+
+  /** contains of each key, into `there`; answers how many there are. */
+  template <detail::keys_in_a_row<key_argument> Keys>
+  answer<size_type> contains_many(Keys &&keys, std::span<bool> there) const noexcept(!canThrow) {
+    return answers::template give<size_type>(findMany(keys, there));
+  }
+
+  /**
+   * insert of each key with the data at its place; answers how many were
+   * stored, and says in `stored`, unless that is empty, which. Fails as insert; what was
+   * stored before the failure stays.
+   */
+  template <detail::keys_in_a_row<key_argument> Keys, detail::values_in_a_row<Data> Values>
+  answer<size_type> insert_many(Keys &&keys, Values &&data, std::span<bool> stored = {}) {
+    return answers::template give<size_type>(insertMany(keys, data, stored));
+  }
+
+  /** erase of each key; answers how many records went. Fails as erase; what went stays so. */
+  template <detail::keys_in_a_row<key_argument> Keys>
+  answer<size_type> erase_many(Keys &&keys) {
+    return answers::template give<size_type>(eraseMany(keys));
+  }
+
+  /**
+   * add_to_sum of each key with the amount at its place; answers how many. Fails
+   * as add_to_sum; what was added before the failure stays.
+   */
+  template <detail::keys_in_a_row<key_argument> Keys, detail::values_in_a_row<double> Amounts>
+  answer<size_type> add_to_sum_many(Keys &&keys, Amounts &&amounts) requires(hasSums) {
+    return answers::template give<size_type>(addMany(keys, amounts, nullptr));
+  }
+  /** The same; keys that are not there are stored with `data`. */
+  template <detail::keys_in_a_row<key_argument> Keys, detail::values_in_a_row<double> Amounts>
+  answer<size_type> add_to_sum_many(Keys &&keys, Amounts &&amounts,
+                                    const Data &data) requires(hasSums) {
+    return answers::template give<size_type>(addMany(keys, amounts, std::addressof(data)));
+  }
 
   // ---- Sums: tables with the feature sums ----------------------------------------------
 
@@ -389,6 +452,10 @@ class table {
 
  private:
   friend reader_type;
+  template <class Table>
+  friend class detail::side_by_side;
+  template <class Table, class Keys, class Use>
+  friend void detail::with_lookahead(const Table &, Keys &, Use);
   using place = detail::place;
   using operation = MORVAStatus (*MORVAInst::*)(MORVAInst *, const void *, const void *,
                                                 std::int32_t);
@@ -397,7 +464,10 @@ class table {
       std::conditional_t<traits::bounded, nothing, std::unique_ptr<detail::long_keys>>;
 
   table(extension::state_hold on, MORVAInst *inst, long_keys longKeys) noexcept
-      : on_(std::move(on)), inst_(inst), long_(std::move(longKeys)) {}
+      : on_(std::move(on)),
+        inst_(inst),
+        plain_(on_->host->plain_trees),
+        long_(std::move(longKeys)) {}
 
   static result<table> tryMake(const extension &on, const table_options &options) {
     if (!on.state_) return errc::not_loaded;
@@ -437,8 +507,55 @@ class table {
   }
 
   place locate(key_argument key) const noexcept {
-    if (inst_ == nullptr || !traits::fits(key)) return {};
-    return findRaw(traits::raw(key));
+    if (!mayHave(key)) return {};
+    return plain_ ? walkTo(key) : findRaw(traits::raw(key));
+  }
+
+  // Where not, the key is not even read.
+  bool mayHave(key_argument key) const noexcept {
+    if (inst_ == nullptr || !traits::fits(key)) return false;
+    if constexpr (!traits::bounded) {
+      return key.size() <= traits::on_stack || key.size() <= long_->longest();
+    }
+    return true;
+  }
+
+  // What MORVAFind2 does, here and now: nothing is called for most keys.
+  place walkTo(key_argument key) const noexcept {
+    typename traits::image_room room;
+    const auto image = traits::make_image(inst_, key, room);
+    const Bucket *bucket = MORVABucketAt(inst_->buckets, bucketOf(image));
+    RecordNode *node = detail::search(bucket->root, traits::order(image));
+    return node != nullptr ? reached(node) : place{};
+  }
+
+  std::uint32_t bucketOf(const typename traits::image &image) const noexcept {
+    return detail::hash_image<traits::hash>(inst_->hashMethod, image.bytes, image.length) &
+           inst_->buckets->mask;
+  }
+
+  // From a node to the data of its record, whose key has `length` bytes.
+  std::size_t distanceToData(std::size_t length) const noexcept {
+    const std::size_t links = hasDuplicates ? sizeof(DupLinks) : 0;
+    const std::size_t offset =
+        traits::bounded ? inst_->dataOffset : detail::var_data_offset(length);
+    return sizeof(RecordNode) + offset + links;
+  }
+
+  // From a node to the end of what a lookup, or who looks at its data, reads first.
+  std::size_t reachOf(std::size_t length) const noexcept {
+    return distanceToData(length) + (dataLength != 0);
+  }
+
+  // A record that a lookup has reached, which counts where the increment is not 0.
+  place reached(RecordNode *node) const noexcept {
+    const std::size_t length = traits::bounded ? 0 : detail::prefix_of(node)->length;
+    const place at{node, reinterpret_cast<std::byte *>(node) + distanceToData(length)};
+    if constexpr (hasSums) {
+      const double increment = std::atomic_ref(inst_->sumIncrement).load(std::memory_order_relaxed);
+      if (increment != 0.0) *sumOf(at) += increment;
+    }
+    return at;
   }
 
   place findRaw(detail::raw_key key) const noexcept {
@@ -472,6 +589,88 @@ class table {
     const std::size_t ahead = sizeof(RecordNode) + offset + links;
     auto *bytes = static_cast<std::byte *>(data);
     return {reinterpret_cast<RecordNode *>(bytes - ahead), bytes};
+  }
+
+  template <class Keys, class Answer>
+  result<size_type> findMany(Keys &keys, std::span<Answer> answered) const noexcept {
+    if (answered.size() < static_cast<size_type>(std::ranges::size(keys))) return errc::refused;
+    const guard hold(own());
+    size_type count = 0;
+    const auto tell = [&](size_type i, place at) {
+      if constexpr (std::same_as<Answer, bool>) {
+        answered[i] = at.node != nullptr;
+      } else {
+        answered[i] = Answer(at);
+      }
+      count += at.node != nullptr;
+      return true;
+    };
+    if (plain_) {
+      detail::with_lookahead(*this, keys, [&](size_type i, RecordNode *node) {
+        return tell(i, node != nullptr ? reached(node) : place{});
+      });
+    } else {
+      size_type i = 0;
+      for (auto &&key : keys) tell(i++, locate(key));
+    }
+    return count;
+  }
+
+  template <class Keys, class Values>
+  result<size_type> insertMany(Keys &keys, Values &data, std::span<bool> stored) {
+    const auto wanted = static_cast<size_type>(std::ranges::size(keys));
+    if (static_cast<size_type>(std::ranges::size(data)) != wanted ||
+        (!stored.empty() && stored.size() < wanted))
+      return errc::refused;
+    auto datum = std::ranges::begin(data);
+    return changeMany(keys, [&](size_type i, key_argument key, RecordNode *) -> result<size_type> {
+      const Data &each = *datum++;
+      const result<bool> done = store(&MORVAInst::Add, key, each);
+      if (!done) return done.error();
+      if (!stored.empty()) stored[i] = *done;
+      return *done ? 1 : 0;
+    });
+  }
+
+  template <class Keys>
+  result<size_type> eraseMany(Keys &keys) {
+    return changeMany(keys,
+                      [&](size_type, key_argument key, RecordNode *) { return removeKey(key); });
+  }
+
+  // Keys that are not there are stored with `data`, if it is given.
+  template <class Keys, class Amounts>
+  result<size_type> addMany(Keys &keys, Amounts &amounts, const Data *data) {
+    if (static_cast<size_type>(std::ranges::size(amounts)) !=
+        static_cast<size_type>(std::ranges::size(keys))) {
+      return errc::refused;
+    }
+    auto next = std::ranges::begin(amounts);
+    const auto add = [&](size_type, key_argument key, RecordNode *node) -> result<size_type> {
+      const double amount = *next++;
+      if (data != nullptr && std::isnan(amount)) return errc::not_a_number;
+      // What was not there when it was looked for may have come since.
+      const result<double> sum = node != nullptr   ? addAt(reached(node), amount, errc::not_found)
+                                 : data != nullptr ? storeAndAdd(key, amount, *data)
+                                                   : addAt(locate(key), amount, errc::not_found);
+      if (!sum) return sum.error();
+      return 1;
+    };
+    return changeMany(keys, add);
+  }
+
+  // Adds up what change(i, key, node) answers for all keys, until one fails.
+  template <class Keys, class Change>
+  result<size_type> changeMany(Keys &keys, Change change) {
+    const guard hold(own());
+    result<size_type> count = size_type{0};
+    auto key = std::ranges::begin(keys);
+    detail::with_lookahead(*this, keys, [&](size_type i, RecordNode *node) {
+      const result<size_type> done = change(i, *key++, node);
+      count = done ? result<size_type>(*count + *done) : done;
+      return static_cast<bool>(count);
+    });
+    return count;
   }
 
   static size_type countFrom(place at) noexcept {
@@ -594,12 +793,18 @@ class table {
 
   result<size_type> removeKey(key_argument key) {
     if (inst_ == nullptr) return errc::no_table;
-    const size_type count = countFrom(locate(key));
-    if (count == 0) return count;
+    size_type count = 1;
+    // An absent key of any length would be given a node of its own, and the
+    // records of a key can be counted beforehand only.
+    if constexpr (hasDuplicates || !traits::bounded) count = countFrom(locate(key));
+    if (count == 0 || !traits::fits(key)) return size_type{0};
     const detail::raw_key raw = traits::raw(key);
     const MORVAStatus status = inst_->Remove(inst_, raw.bytes, raw.length);
-    if (status != MORVA_OK) return static_cast<errc>(status);
-    return count;
+    if (status == MORVA_OK) return count;
+    if (status == MORVA_INVALID) return size_type{0};  // it was not there
+    // Whether there was something to remove shows without memory.
+    if (status == MORVA_NO_MEMORY && locate(key).node == nullptr) return size_type{0};
+    return static_cast<errc>(status);
   }
 
   result<void> removeOne(const place &at) {
@@ -648,6 +853,8 @@ class table {
 
   extension::state_hold on_;
   MORVAInst *inst_ = nullptr;
+  // Whether lookups may walk the trees themselves.
+  bool plain_ = false;
   [[no_unique_address]] long_keys long_{};
 };
 

@@ -7,6 +7,7 @@
 
 #include "hash_table.h"
 #include "keys/hash.h"
+#include "morva/hash_methods.hpp"
 #include "reference_hash.h"
 
 using keys_test::firstMethod;
@@ -116,6 +117,58 @@ TEST(HashMethods, AgreeWithThePlainLoopsOnLongKeys) {
           << "method " << method << ", " << n << " bytes";
     }
   }
+}
+
+TEST(HashMethods, ArePublicUnderTheNumbersOfTheLibrary) {
+  std::mt19937_64 random(11);
+  for (uint32_t n = 0; n <= 100; n++) {
+    std::vector<uint8_t> key(n);
+    for (uint8_t &byte : key) byte = static_cast<uint8_t>(random());
+    for (int method = firstMethod; method <= lastMethod; method++) {
+      const auto number = static_cast<uint32_t>(method);
+      ASSERT_EQ(morva::hash_key(number, key.data(), n), hash(method, key.data(), n))
+          << "method " << method << ", " << n << " bytes";
+      ASSERT_EQ(morva::hash_key(number, key.data(), n), referenceHash(method, key.data(), n))
+          << "method " << method << ", " << n << " bytes";
+    }
+  }
+}
+
+TEST(HashMethods, OfAnyOtherNumberAreTheSecond) {
+  for (uint32_t n = 0; n <= 100; n++) {
+    const auto key = goldenText(n);
+    const uint32_t second = referenceHash(2, key.data(), n);
+    for (const uint32_t number : {0u, 1u, 10u, 11u, 255u, 256u + 3, 0x80000009u, 0xFFFFFFFFu}) {
+      ASSERT_EQ(morva::hash_key(number, key.data(), n), second) << number << ", " << n << " bytes";
+      ASSERT_EQ(morva::core::hashKey(number, key.data(), n), second) << number;
+    }
+  }
+}
+
+// Where the compiler knows the length, as tables of fixed keys have it.
+template <uint32_t N>
+void expectKnownLength() {
+  const auto key = goldenText(N);
+  for (uint32_t method = 0; method <= 10; method++) {
+    namespace hashing = morva::detail::hashing;
+    EXPECT_EQ(hashing::by_method(method, key.data(), hashing::known_length<N>{}),
+              morva::hash_key(method, key.data(), N))
+        << "method " << method << ", " << N << " bytes";
+  }
+}
+
+TEST(HashMethods, AnswerTheSameForALengthThatIsKnown) {
+  expectKnownLength<1>();
+  expectKnownLength<2>();
+  expectKnownLength<4>();
+  expectKnownLength<7>();
+  expectKnownLength<8>();
+  expectKnownLength<12>();
+  expectKnownLength<13>();
+  expectKnownLength<16>();
+  expectKnownLength<24>();
+  expectKnownLength<33>();
+  expectKnownLength<64>();
 }
 
 TEST(HashMethods, ReadNothingOutsideTheKey) {

@@ -1,0 +1,116 @@
+/**
+ * @file
+ * Operations on many keys at a time: see the `..._many` operations of
+ * morva::table.
+ */
+#ifndef MORVA_MANY_HPP
+#define MORVA_MANY_HPP
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <ranges>
+#include <string_view>
+#include <type_traits>
+
+#include "morva/lookahead.hpp"
+
+namespace morva::detail {
+
+// Keys in a row, each in its place until the operation is over: for text whatever
+// shows as a std::string_view, else objects of the key's own type.
+template <class Range, class Argument>
+concept keys_in_a_row = std::ranges::random_access_range<Range> &&
+    std::ranges::sized_range<Range> &&
+    (std::same_as<Argument, std::string_view>
+         ? std::convertible_to<std::ranges::range_reference_t<Range>, std::string_view> &&
+               (std::is_lvalue_reference_v<std::ranges::range_reference_t<Range>> ||
+                std::same_as<std::ranges::range_value_t<Range>, std::string_view>)
+         : std::same_as<std::remove_cvref_t<std::ranges::range_reference_t<Range>>,
+                        std::remove_cvref_t<Argument>>
+               &&std::is_lvalue_reference_v<std::ranges::range_reference_t<Range>>);
+
+// Values that go with keys in a row: numbers for numbers, else of the very type.
+template <class Range, class Value>
+concept values_in_a_row = std::ranges::random_access_range<Range> &&
+    std::ranges::sized_range<Range> &&
+    std::convertible_to<std::ranges::range_reference_t<Range>, Value> &&
+    (std::is_arithmetic_v<Value> ? std::is_arithmetic_v<std::ranges::range_value_t<Range>>
+                                 : std::same_as<std::ranges::range_value_t<Range>, Value>);
+
+// Lookups in tables of one type that go side by side. A lookup is begun with
+// the key and its table, which walks trees itself; the key stays where it is
+// until the lookups have ended.
+template <class Table>
+class side_by_side {
+  using traits = typename Table::traits;
+  using image_room = typename traits::image_room;
+
+  // Packed keys have their images here: not more of them than a stack likes.
+  static constexpr std::size_t largest_rooms = 8192;
+  static constexpr std::size_t lanes =
+      std::clamp<std::size_t>(largest_rooms / sizeof(image_room), 1, 128);
+  using order = decltype(traits::order(std::declval<typename traits::image>()));
+
+ public:
+  bool is_full() const noexcept { return ahead_.is_full(); }
+
+  void begin(const Table &table, typename Table::key_argument key) noexcept {
+    const std::size_t lane = ahead_.size();
+    tables_[lane] = &table;
+    if (!table.mayHave(key)) {
+      ahead_.begin_nothing();
+      return;
+    }
+    const auto image = traits::make_image(table.inst_, key, rooms_[lane]);
+    const Bucket *bucket = MORVABucketAt(table.inst_->buckets, table.bucketOf(image));
+    ahead_.begin(bucket, traits::order(image), table.reachOf(image.length));
+  }
+
+  // Ends all lookups, and calls use(table, node) for each in the order they were
+  // begun; the node is null where the key is not there. Until an answer is false,
+  // which is passed on.
+  template <class Use>
+  bool finish(Use use) {
+    ahead_.finish();
+    bool more = true;
+    for (std::size_t lane = 0; more && lane < ahead_.size(); ++lane) {
+      more = use(*tables_[lane], ahead_.found(lane));
+    }
+    ahead_.clear();
+    return more;
+  }
+
+ private:
+  lookahead<order, lanes> ahead_;
+  std::array<const Table *, lanes> tables_;
+  std::array<image_room, lanes> rooms_;
+};
+
+// Calls use(i, node) for all keys, in turn, while it answers true. The records have been
+// looked for ahead of that, many at a time, so their memory is near: `node` is
+// what was found then. Where the table does not walk trees itself, nothing is
+// ahead, and the node is null.
+template <class Table, class Keys, class Use>
+void with_lookahead(const Table &table, Keys &keys, Use use) {
+  const auto count = static_cast<std::size_t>(std::ranges::size(keys));
+  const auto first = std::ranges::begin(keys);
+  const auto key = [&](std::size_t i) -> decltype(auto) {
+    return first[static_cast<std::ranges::range_difference_t<Keys>>(i)];
+  };
+  if (!table.plain_) {
+    for (std::size_t i = 0; i < count && use(i, nullptr);) ++i;
+    return;
+  }
+  side_by_side<Table> lookups;
+  std::size_t used = 0;
+  for (std::size_t i = 0; i < count;) {
+    while (i < count && !lookups.is_full()) lookups.begin(table, key(i++));
+    if (!lookups.finish([&](const Table &, RecordNode *node) { return use(used++, node); })) return;
+  }
+}
+
+}  // namespace morva::detail
+
+#endif
