@@ -31,13 +31,17 @@ concept keys_in_a_row = std::ranges::random_access_range<Range> &&
                         std::remove_cvref_t<Argument>>
                &&std::is_lvalue_reference_v<std::ranges::range_reference_t<Range>>);
 
-// Values that go with keys in a row: numbers for numbers, else of the very type.
+// Values that go with keys in a row: for numbers whatever is one, else of the
+// very type.
 template <class Range, class Value>
 concept values_in_a_row = std::ranges::random_access_range<Range> &&
     std::ranges::sized_range<Range> &&
     std::convertible_to<std::ranges::range_reference_t<Range>, Value> &&
-    (std::is_arithmetic_v<Value> ? std::is_arithmetic_v<std::ranges::range_value_t<Range>>
-                                 : std::same_as<std::ranges::range_value_t<Range>, Value>);
+    (std::is_arithmetic_v<Value> || std::same_as<std::ranges::range_value_t<Range>, Value>);
+
+// Which of a key's records are going to be needed: the first, the last as well,
+// or all.
+enum class needed { first, last, all };
 
 // Lookups in tables of one type that go side by side. A lookup is begun with
 // the key and its table, which walks trees itself; the key stays where it is
@@ -72,8 +76,9 @@ class side_by_side {
   // begun; the node is null where the key is not there. Until an answer is false,
   // which is passed on.
   template <class Use>
-  bool finish(Use use) {
+  bool finish(needed records, Use use) {
     ahead_.finish();
+    if constexpr (Table::hasDuplicates) fetchFurther(records);
     bool more = true;
     for (std::size_t lane = 0; more && lane < ahead_.size(); ++lane) {
       more = use(*tables_[lane], ahead_.found(lane));
@@ -83,6 +88,30 @@ class side_by_side {
   }
 
  private:
+  // Fetches further records of the keys found, a step in each chain in turn.
+  void fetchFurther(needed records) noexcept {
+    if (records == needed::first) return;
+    constexpr int few = 4;
+    std::array<const DupLinks *, lanes> at;
+    std::size_t left = 0;
+    for (std::size_t lane = 0; lane < ahead_.size(); ++lane) {
+      RecordNode *node = ahead_.found(lane);
+      if (node != nullptr) at[left++] = tables_[lane]->linksOf(node);
+    }
+    for (int step = 0; step < (records == needed::all ? few : 1); ++step) {
+      std::size_t stay = 0;
+      for (std::size_t i = 0; i < left; ++i) {
+        const DupLinks *next = records == needed::all ? at[i]->next : at[i]->back;
+        if (next == nullptr) continue;
+        // The node's own words and the links may lie in two lines.
+        __builtin_prefetch(next);
+        __builtin_prefetch(tables_[0]->nodeOf(next));
+        at[stay++] = next;
+      }
+      left = stay;
+    }
+  }
+
   lookahead<order, lanes> ahead_;
   std::array<const Table *, lanes> tables_;
   std::array<image_room, lanes> rooms_;
@@ -93,7 +122,7 @@ class side_by_side {
 // what was found then. Where the table does not walk trees itself, nothing is
 // ahead, and the node is null.
 template <class Table, class Keys, class Use>
-void with_lookahead(const Table &table, Keys &keys, Use use) {
+void with_lookahead(const Table &table, Keys &keys, needed records, Use use) {
   const auto count = static_cast<std::size_t>(std::ranges::size(keys));
   const auto first = std::ranges::begin(keys);
   const auto key = [&](std::size_t i) -> decltype(auto) {
@@ -107,7 +136,8 @@ void with_lookahead(const Table &table, Keys &keys, Use use) {
   std::size_t used = 0;
   for (std::size_t i = 0; i < count;) {
     while (i < count && !lookups.is_full()) lookups.begin(table, key(i++));
-    if (!lookups.finish([&](const Table &, RecordNode *node) { return use(used++, node); })) return;
+    const auto tell = [&](const Table &, RecordNode *node) { return use(used++, node); };
+    if (!lookups.finish(records, tell)) return;
   }
 }
 

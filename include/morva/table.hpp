@@ -64,6 +64,9 @@
 
 namespace morva {
 
+template <class Key, class Data, class... Features>
+class partitioned_table;
+
 /**
  * A table of records of a Key (morva/key.hpp) and a Data, with features
  * (morva/options.hpp). An empty Data takes no room: the table is a set.
@@ -452,11 +455,14 @@ class table {
 
  private:
   friend reader_type;
+  template <class OtherKey, class OtherData, class... OtherFeatures>
+  friend class partitioned_table;
   template <class Table>
   friend class detail::side_by_side;
   template <class Table, class Keys, class Use>
-  friend void detail::with_lookahead(const Table &, Keys &, Use);
+  friend void detail::with_lookahead(const Table &, Keys &, detail::needed, Use);
   using place = detail::place;
+  using needed = detail::needed;
   using operation = MORVAStatus (*MORVAInst::*)(MORVAInst *, const void *, const void *,
                                                 std::int32_t);
   struct nothing {};
@@ -547,6 +553,15 @@ class table {
     return distanceToData(length) + (dataLength != 0);
   }
 
+  DupLinks *linksOf(RecordNode *node) const noexcept requires(hasDuplicates) {
+    return reinterpret_cast<DupLinks *>(reinterpret_cast<std::byte *>(node) + distanceToData(0)) -
+           1;
+  }
+  const RecordNode *nodeOf(const DupLinks *links) const noexcept requires(hasDuplicates) {
+    return reinterpret_cast<const RecordNode *>(reinterpret_cast<const std::byte *>(links + 1) -
+                                                distanceToData(0));
+  }
+
   // A record that a lookup has reached, which counts where the increment is not 0.
   place reached(RecordNode *node) const noexcept {
     const std::size_t length = traits::bounded ? 0 : detail::prefix_of(node)->length;
@@ -606,7 +621,8 @@ class table {
       return true;
     };
     if (plain_) {
-      detail::with_lookahead(*this, keys, [&](size_type i, RecordNode *node) {
+      constexpr auto records = std::same_as<Answer, bool> ? needed::first : needed::all;
+      detail::with_lookahead(*this, keys, records, [&](size_type i, RecordNode *node) {
         return tell(i, node != nullptr ? reached(node) : place{});
       });
     } else {
@@ -616,6 +632,13 @@ class table {
     return count;
   }
 
+  // Has what there is of the keys near, for operations that follow; the lock is held.
+  template <class Keys>
+  void fetchMany(Keys &&keys) const noexcept {
+    if (!plain_) return;
+    detail::with_lookahead(*this, keys, needed::last, [](size_type, RecordNode *) { return true; });
+  }
+
   template <class Keys, class Values>
   result<size_type> insertMany(Keys &keys, Values &data, std::span<bool> stored) {
     const auto wanted = static_cast<size_type>(std::ranges::size(keys));
@@ -623,18 +646,19 @@ class table {
         (!stored.empty() && stored.size() < wanted))
       return errc::refused;
     auto datum = std::ranges::begin(data);
-    return changeMany(keys, [&](size_type i, key_argument key, RecordNode *) -> result<size_type> {
-      const Data &each = *datum++;
-      const result<bool> done = store(&MORVAInst::Add, key, each);
-      if (!done) return done.error();
-      if (!stored.empty()) stored[i] = *done;
-      return *done ? 1 : 0;
-    });
+    return changeMany(keys, needed::last,
+                      [&](size_type i, key_argument key, RecordNode *) -> result<size_type> {
+                        const Data &each = *datum++;
+                        const result<bool> done = store(&MORVAInst::Add, key, each);
+                        if (!done) return done.error();
+                        if (!stored.empty()) stored[i] = *done;
+                        return *done ? 1 : 0;
+                      });
   }
 
   template <class Keys>
   result<size_type> eraseMany(Keys &keys) {
-    return changeMany(keys,
+    return changeMany(keys, needed::all,
                       [&](size_type, key_argument key, RecordNode *) { return removeKey(key); });
   }
 
@@ -656,16 +680,16 @@ class table {
       if (!sum) return sum.error();
       return 1;
     };
-    return changeMany(keys, add);
+    return changeMany(keys, needed::first, add);
   }
 
   // Adds up what change(i, key, node) answers for all keys, until one fails.
   template <class Keys, class Change>
-  result<size_type> changeMany(Keys &keys, Change change) {
+  result<size_type> changeMany(Keys &keys, needed records, Change change) {
     const guard hold(own());
     result<size_type> count = size_type{0};
     auto key = std::ranges::begin(keys);
-    detail::with_lookahead(*this, keys, [&](size_type i, RecordNode *node) {
+    detail::with_lookahead(*this, keys, records, [&](size_type i, RecordNode *node) {
       const result<size_type> done = change(i, *key++, node);
       count = done ? result<size_type>(*count + *done) : done;
       return static_cast<bool>(count);

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "../contender.h"
+#include "../many.h"
 
 namespace bench {
 
@@ -70,22 +71,25 @@ class PointLives {
 
   void fill(Map &map) {
     run(insert_, [&](Checksum &sum) {
-      for (size_t i = first_; i != first_ + n_; ++i) sum.add(map.insert(keys_[i], words_[i]));
+      if constexpr (TakesMany<Map>) {
+        inPortions<Map>(keys_, first_, n_, [&](auto keys, size_t place) {
+          sum.add(map.insertMany(keys, std::span(words_).subspan(place, keys.size())));
+        });
+      } else {
+        for (size_t i = first_; i != first_ + n_; ++i) sum.add(map.insert(keys_[i], words_[i]));
+      }
     });
     insert_.watch.add(made_);
     insert_.checksum.add(map.size());
   }
 
   void find(Map &map) {
-    run(hit_, [&](Checksum &sum) {
-      forEachPlace([&](size_t i) { lookup(map, inAnotherOrder_[i], sum); });
-    });
+    run(hit_, [&](Checksum &sum) { lookupAll(map, inAnotherOrder_, sum); });
     run(dependent_, [&](Checksum &sum) {
       auto key = keys_[first_];
       forEachPlace([&](size_t) { key = keys_.at(lookup(map, key, sum)); });
     });
-    run(miss_,
-        [&](Checksum &sum) { forEachPlace([&](size_t i) { lookup(map, absent_[i], sum); }); });
+    run(miss_, [&](Checksum &sum) { lookupAll(map, absent_, sum); });
   }
 
   void change(Map &map) {
@@ -95,7 +99,12 @@ class PointLives {
     forEachPlace([&](size_t i) { map.remove(absent_[i]); });
     replace_.checksum.add(mixed_.checksum.value());
     run(remove_, [&](Checksum &sum) {
-      forEachPlace([&](size_t i) { sum.add(map.remove(inAnotherOrder_[i])); });
+      if constexpr (TakesMany<Map>) {
+        inPortions<Map>(inAnotherOrder_, first_, each_,
+                        [&](auto keys, size_t) { sum.add(map.removeMany(keys)); });
+      } else {
+        forEachPlace([&](size_t i) { sum.add(map.remove(inAnotherOrder_[i])); });
+      }
     });
   }
 
@@ -126,6 +135,19 @@ class PointLives {
   void forEachPlace(Use use) {
     const size_t last = first_ + each_;
     for (size_t i = first_; i != last; ++i) use(i);
+  }
+
+  void lookupAll(const Map &map, const Keys &keys, Checksum &sum) {
+    if constexpr (TakesMany<Map>) {
+      inPortions<Map>(keys, first_, each_, [&](auto some, size_t) {
+        map.lookupMany(some, [&](bool there, uint64_t word) {
+          sum.add(there);
+          sum.add(word);
+        });
+      });
+    } else {
+      forEachPlace([&](size_t i) { lookup(map, keys[i], sum); });
+    }
   }
 
   template <class Key>

@@ -11,12 +11,19 @@
 //   removeFirst(key)           removes one record, the first where there is an order
 //   removeAll(key)             answers how many records that were
 //   static constexpr bool keepsOrder
+//   static constexpr size_t many
+//                              with it, in place of all above but `told`:
+//   addMany(keys, records)
+//   forEachOfMany(keys, use), sumMany(keys, use), removeFirstOfMany(keys),
+//   removeMany(keys)           as above, for each of the keys in turn
 //   forAll(use)                with keepsOrder: by first coming of the key, then of the record
 #pragma once
 
 #include <algorithm>
 
+#include "../adapters/records_of_map.h"
 #include "../contender.h"
+#include "../many.h"
 
 namespace bench {
 
@@ -41,8 +48,22 @@ struct SeveralRecords {
           records_(keys_.size()) {}
 
     Sample run() {
+      double inOrder = 0;
+      if constexpr (TakesMany<Records>) {
+        inOrder = liveWithMany();
+      } else {
+        inOrder = live();
+      }
+      sample_.push_back({"records_total", "ns", total_, 0});
+      if (Records::keepsOrder)
+        sample_.push_back({"records_total_ordered", "ns", total_ + inOrder, 0});
+      return sample_;
+    }
+
+   private:
+    double live() {
       measure("records_insert", [&](Checksum &) {
-        for (size_t i = 0; i < n_; ++i) records_.add(rows_[i], i, static_cast<double>(i % 1000));
+        for (size_t i = 0; i < n_; ++i) records_.add(rows_[i], i, amount(i));
       });
       measure("records_walk", [&](Checksum &sum) {
         eachKey([&](auto key) { records_.forEach(key, [&](uint64_t word) { sum.add(word); }); });
@@ -55,13 +76,39 @@ struct SeveralRecords {
               [&](Checksum &) { eachKey([&](auto key) { records_.removeFirst(key); }); });
       measure("records_remove_all",
               [&](Checksum &sum) { eachKey([&](auto key) { sum.add(records_.removeAll(key)); }); });
-      sample_.push_back({"records_total", "ns", total_, 0});
-      if (Records::keepsOrder)
-        sample_.push_back({"records_total_ordered", "ns", total_ + inOrder, 0});
-      return sample_;
+      return inOrder;
     }
 
-   private:
+    double liveWithMany() {
+      measure("records_insert", [&](Checksum &) {
+        std::vector<AmountRecord> records;
+        inPortions<Records>(rows_, 0, n_, [&](auto keys, size_t place) {
+          records.clear();
+          for (size_t i = place; i < place + keys.size(); ++i) records.push_back({i, amount(i)});
+          records_.addMany(keys, records);
+        });
+      });
+      measure("records_walk", [&](Checksum &sum) {
+        manyKeys([&](auto keys) {
+          records_.forEachOfMany(keys, [&](uint64_t word) { sum.add(word); });
+        });
+      });
+      measure("records_sum", [&](Checksum &sum) {
+        manyKeys([&](auto keys) {
+          records_.sumMany(keys, [&](double total) { sum.add(static_cast<uint64_t>(total)); });
+        });
+      });
+      const double inOrder = walkInOrder();
+      measure("records_remove_one",
+              [&](Checksum &) { manyKeys([&](auto keys) { records_.removeFirstOfMany(keys); }); });
+      measure("records_remove_all", [&](Checksum &sum) {
+        manyKeys([&](auto keys) { sum.add(records_.removeMany(keys)); });
+      });
+      return inOrder;
+    }
+
+    static double amount(size_t i) { return static_cast<double>(i % 1000); }
+
     static size_t keyCount(const Job &job) { return std::max<size_t>(1, job.n / kPerKey); }
 
     // Every key comes as often as every other, at random.
@@ -74,6 +121,11 @@ struct SeveralRecords {
     template <class Use>
     void eachKey(Use use) {
       for (size_t i = 0; i < keys_.size(); ++i) use(keys_[i]);
+    }
+
+    template <class Use>
+    void manyKeys(Use use) {
+      inPortions<Records>(keys_, 0, keys_.size(), [&](auto keys, size_t) { use(keys); });
     }
 
     template <class Work, class Sum = Checksum>

@@ -3,9 +3,11 @@
 // Without any of the names defined, all of this file compiles.
 #include <array>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "morva/morva.hpp"
 
@@ -47,6 +49,10 @@ using everything = morva::table<std::uint64_t, order, morva::ordered, morva::dup
                                 morva::sums, morva::locked>;
 using by_year = morva::table<morva::composed<&sale::year>, int>;
 
+using parted = morva::partitioned_table<std::uint64_t, order>;
+using parted_everything =
+    morva::partitioned_table<std::uint64_t, order, morva::ordered, morva::duplicates, morva::sums>;
+
 [[maybe_unused]] void right(plain &t, const plain &c, everything &e, by_year &y, morva::host &h,
                             morva::extension &x) {
   (void)t.insert(1, order{1.0, 2}).has_value();
@@ -63,6 +69,24 @@ using by_year = morva::table<morva::composed<&sale::year>, int>;
   morva::extension extension = std::move(x);
   auto reader = c.reader();
   (void)reader.contains(1);
+  const std::array<std::uint64_t, 2> keys{1, 2};
+  std::array<plain::const_cursor, 2> found;
+  (void)c.find_many(keys, found).has_value();
+  (void)e.insert_many(keys, std::array<order, 2>{}).has_value();
+  (void)e.erase_many(keys).has_value();
+  (void)e.add_to_sum_many(keys, std::array{1.0, 2.0}).has_value();
+  (void)y.erase_many(std::array<sale, 2>{}).has_value();
+}
+
+[[maybe_unused]] void rightInParts(parted &t, const parted &c, parted_everything &e) {
+  (void)t.insert(1, order{1.0, 2}).has_value();
+  if (auto at = t.find(1)) at->data.count = 2;
+  (void)c.part(0).contains(1);
+  (void)e.sum(1);
+  (void)e.in_order().has_value();
+  const auto all = t.lock();
+  const auto one = t.lock(1);
+  parted moved = std::move(t);
 }
 
 // ---- Keys -------------------------------------------------------------------------
@@ -269,6 +293,50 @@ void wrong(morva::extension &x) {
 }
 #endif
 
+// ---- Many keys at a time ----------------------------------------------------------
+
+#ifdef ManyKeysOfAnotherTypeAreRefused  // keys_in_a_row
+void wrong(plain &t, std::span<int, 2> keys, std::span<plain::cursor> found) {
+  (void)t.find_many(keys, found).has_value();
+}
+#endif
+
+#ifdef ManyKeysThatAreMadeOnTheWayAreRefused  // keys_in_a_row
+void wrong(morva::table<bool, int> &t, std::vector<bool> &keys) {
+  (void)t.erase_many(keys).has_value();
+}
+#endif
+
+#ifdef NumbersInPlaceOfManyTextsAreRefused  // keys_in_a_row
+void wrong(morva::table<std::string_view, int> &t, std::span<const int> keys) {
+  (void)t.erase_many(keys).has_value();
+}
+#endif
+
+#ifdef FindingManyInAConstTableForWritingIsRefused  // no matching|discards qualifiers|const
+void wrong(const plain &t, std::span<std::uint64_t> keys, std::span<plain::cursor> found) {
+  (void)t.find_many(keys, found).has_value();
+}
+#endif
+
+#ifdef DataOfAnotherTypeForManyKeysIsRefused  // no matching|cannot convert|could not convert
+void wrong(plain &t, std::span<std::uint64_t> keys, std::span<const double> data) {
+  (void)t.insert_many(keys, data).has_value();
+}
+#endif
+
+#ifdef AddingManyToSumsOfATableWithoutSumsIsRefused  // no matching|not satisfied
+void wrong(plain &t, std::span<std::uint64_t> keys, std::span<const double> amounts) {
+  (void)t.add_to_sum_many(keys, amounts).has_value();
+}
+#endif
+
+#ifdef ManyAnswersThatAreNotLookedAtAreAWarning  // nodiscard
+void wrong(plain &t, std::span<std::uint64_t> keys) {
+  t.erase_many(keys);
+}
+#endif
+
 // ---- Ownership, constness, results ---------------------------------------------------
 
 #ifdef CopyingATableIsRefused  // deleted
@@ -353,6 +421,64 @@ bool wrong(plain &t, plain &u) {
 #ifdef ComparingTablesOfDifferentTypesIsRefused  // no match for|invalid operands
 bool wrong(plain &t, everything &u) {
   return t == u;
+}
+#endif
+
+// ---- Partitioned tables -------------------------------------------------------------
+
+#ifdef AFloatingPointKeyOfAPartitionedTableIsRefused  // has several byte patterns per value
+morva::partitioned_table<double, int> t;
+#endif
+
+#ifdef AnArrayAsDataOfAnOrderedPartitionedTableIsRefused  // an array as data is a std::array
+morva::partitioned_table<int, int[3], morva::ordered> t;
+#endif
+
+#ifdef TheInsertionOrderOfATableThatHasNoneIsRefused  // no matching|invalid reference|not satisfied
+void wrong(parted &t) {
+  (void)t.in_order();
+}
+#endif
+
+#ifdef ASumOfAPartitionedTableWithoutSumsIsRefused  // no matching|invalid reference|not satisfied
+void wrong(parted &t) {
+  (void)t.sum(1);
+}
+#endif
+
+#ifdef StoringInAPartIsRefused  // discards qualifiers|is not marked const
+void wrong(parted &t) {
+  (void)t.part(0).insert(1, order{}).has_value();
+}
+#endif
+
+#ifdef TheStampOfAKeyIsNoData  // no member named 'stamp'
+void wrong(parted_everything &t) {
+  (void)t.find(1)->data.stamp;
+}
+#endif
+
+#ifdef ErasingAPartsRecordByItsCursorIsRefused  // no matching|call to '[^']*erase
+void wrong(parted &t) {
+  (void)t.erase(t.part(0).find(1)).has_value();
+}
+#endif
+
+#ifdef WritingThroughAPartitionedReaderIsRefused  // read-only|const-qualified|not assignable
+void wrong(parted &t) {
+  t.reader().find(1)->data.count = 2;
+}
+#endif
+
+#ifdef AGuardOfAllPartsThatIsNotKeptIsAWarning  // nodiscard
+void wrong(parted &t) {
+  t.lock();
+}
+#endif
+
+#ifdef CopyingAPartitionedTableIsRefused  // deleted
+void wrong(parted &t) {
+  parted copy = t;
 }
 #endif
 
