@@ -139,7 +139,8 @@ Run *BlockPool::newRun(uint32_t c) {
   const uint32_t usable = size <= kLargestInFirstSlice ? kAllFree : kAllFree - 1;
   Room room = findRoom(slices, usable, false);
   if (room.segment == nullptr) {
-    Segment *segment = bytesMapped_.get() >= kHugeFrom ? newSegment(true) : nullptr;
+    const bool huge = bytesMapped_.get() >= kHugeFrom && account_->mayLeaveUnused(kSegmentBytes);
+    Segment *segment = huge ? newSegment(true) : nullptr;
     if (segment == nullptr) segment = newSegment(false);
     if (segment == nullptr) return nullptr;
     room = roomIn(segment, slices, usable);

@@ -19,6 +19,13 @@ uint32_t findFree(uint32_t freeSlices, uint32_t slices) {
   return static_cast<uint32_t>(std::countr_zero(starts));
 }
 
+// How many slices those are. (std::popcount would be a call into a library more.)
+uint32_t countOf(uint32_t slices) {
+  uint32_t count = 0;
+  for (; slices != 0; slices &= slices - 1) ++count;
+  return count;
+}
+
 }  // namespace
 
 // ---- the account ---------------------------------------------------------
@@ -212,7 +219,7 @@ void BlockPool::dropSegment(Segment *segment) {
   if (segment == spare_) spare_ = nullptr;
   if (segment->freeSlices != 0) open_.remove(segment);
   if (segment->countedWhole != 0)
-    account_->putToUse(static_cast<uint64_t>(std::popcount(segment->freeSlices)) * kSliceBytes);
+    account_->putToUse(uint64_t{countOf(segment->freeSlices)} * kSliceBytes);
   segments_.remove(segment);
   bytesMapped_.sub(segment->counted());
 }

@@ -181,6 +181,10 @@ MORVAStatus find(MORVAInst &inst, const QZKey &key, Ahead ahead, void *&data) {
   data = nullptr;
   if (!ahead) return inst.Find(&inst, key.bytes, key.length, &data);
   data = reach(inst, *ahead, key.length);
+  if (has(inst, flagVarKey)) {  // what a node taken for this key would have set
+    const size_t size = dataOffsetOf(inst, static_cast<size_t>(key.length)) + inst.dataLength;
+    std::atomic_ref(inst.recordSize).store(static_cast<uint32_t>(size), std::memory_order_relaxed);
+  }
   return MORVA_OK;
 }
 

@@ -7,6 +7,7 @@
 #define MORVA_PARTITION_HPP
 
 #include <bit>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -133,32 +134,49 @@ struct partition_key<composed<Fields...>> {
 
 }  // namespace detail
 
-/** Holds the locks of all parts of a partitioned table while it lives. Goes before the table. */
+/** Holds the locks of parts of a partitioned table while it lives. Goes before the table. */
 template <class Part>
-class [[nodiscard]] all_parts_guard {
+class [[nodiscard]] some_parts_guard {
+  using selection = std::bitset<256>;
+
  public:
-  /** Takes the locks from the first part to the last; none when `count` is 0. */
-  all_parts_guard(const Part *parts, std::size_t count) noexcept : parts_(parts), count_(count) {
-    for (std::size_t i = 0; i < count_; ++i) {
-      HostLock *lock = parts_[i].native()->lock;
-      lock->acquire(lock, MORVA_LOCK_CHANGE, 1);
-    }
+  /** Takes the locks of all parts, from the first to the last; none when `count` is 0. */
+  some_parts_guard(const Part *parts, std::size_t count) noexcept : parts_(parts), count_(count) {
+    take();
   }
-  all_parts_guard(all_parts_guard &&other) noexcept
-      : parts_(other.parts_), count_(std::exchange(other.count_, 0)) {}
-  all_parts_guard &operator=(all_parts_guard &&) = delete;
-  all_parts_guard(const all_parts_guard &) = delete;
-  all_parts_guard &operator=(const all_parts_guard &) = delete;
-  ~all_parts_guard() {
+  /** Takes the locks of those of up to 256 parts that are `wanted`. */
+  some_parts_guard(const Part *parts, std::size_t count, const selection &wanted) noexcept
+      : parts_(parts), count_(count), wanted_(wanted), all_(false) {
+    take();
+  }
+  some_parts_guard(some_parts_guard &&other) noexcept
+      : parts_(other.parts_),
+        count_(std::exchange(other.count_, 0)),
+        wanted_(other.wanted_),
+        all_(other.all_) {}
+  some_parts_guard &operator=(some_parts_guard &&) = delete;
+  some_parts_guard(const some_parts_guard &) = delete;
+  some_parts_guard &operator=(const some_parts_guard &) = delete;
+  ~some_parts_guard() {
     for (std::size_t i = count_; i-- > 0;) {
-      HostLock *lock = parts_[i].native()->lock;
-      lock->release(lock);
+      if (HostLock *lock = lockOf(i)) lock->release(lock);
     }
   }
 
  private:
+  void take() noexcept {
+    for (std::size_t i = 0; i < count_; ++i) {
+      if (HostLock *lock = lockOf(i)) lock->acquire(lock, MORVA_LOCK_CHANGE, 1);
+    }
+  }
+  HostLock *lockOf(std::size_t i) const noexcept {
+    return all_ || wanted_[i] ? parts_[i].native()->lock : nullptr;
+  }
+
   const Part *parts_;
   std::size_t count_;
+  selection wanted_;
+  bool all_ = true;
 };
 
 }  // namespace morva

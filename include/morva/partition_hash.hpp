@@ -2,7 +2,7 @@
  * @file
  * The hash that deals keys out to the parts of a partitioned table.
  *
- *   static_assert(morva::partition_hash({}) == 0xEF46DB3751D8E999);
+ *   static_assert(morva::partition_hash(std::span<const std::byte>()) == 0xEF46DB3751D8E999);
  *
  * It is XXH64 with seed 0 (Yann Collet, 2012), of the key's image: the bytes of
  * a fixed key, the text of a text key, the packed fields of a composed key. It

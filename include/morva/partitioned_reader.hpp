@@ -18,8 +18,9 @@ namespace morva {
 /**
  * Looks up records in a partitioned table that nobody changes, without the
  * locks of its parts; each thread has a reader of its own. As basic_reader, it
- * belongs to the table object and goes before it does. Only the first lookup in
- * a part that has text keys of more than 256 bytes takes that part's lock.
+ * belongs to the table object and goes before it does. Only on a host of one's
+ * own, and on one with locked_trees, the first lookup in a part of a table of text
+ * of any length takes that part's lock for a moment.
  */
 template <class Table>
 class partitioned_reader {

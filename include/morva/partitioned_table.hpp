@@ -28,7 +28,8 @@
  *   insert_range                         is one step for each pair
  *   find_many and the other ..._many     is one step for some keys of one part at
  *                                          a time; in an ordered table insert_many and
- *                                          add_to_sum_many with data are one for all
+ *                                          add_to_sum_many with data are one step, and
+ *                                          hold all parts that have any of the keys
  *   erase_if, clear,                     is one step for each part, from the first on
  *     clear_keeping_memory
  *   size, empty, memory, bucket_count    looks at part after part: a number that was
@@ -52,8 +53,10 @@
 #ifndef MORVA_PARTITIONED_TABLE_HPP
 #define MORVA_PARTITIONED_TABLE_HPP
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <bitset>
 #include <cmath>
 #include <concepts>
 #include <functional>
@@ -476,7 +479,7 @@ class partitioned_table {
    * waits for it holds no lock(key). Two threads that hold the guards of two
    * tables and compare the tables may wait for each other.
    */
-  all_parts_guard<part_type> lock() const noexcept { return {parts_.get(), parts()}; }
+  some_parts_guard<part_type> lock() const noexcept { return {parts_.get(), parts()}; }
 
   /** A reader for the calling thread; see partitioned_reader. It goes before the table does. */
   reader_type reader() const noexcept { return reader_type(*this); }
@@ -721,22 +724,40 @@ class partitioned_table {
     }
   }
 
-  // Stamps follow the keys' order across the parts, which are all held.
+  // Stamps follow the keys' order across the parts, so all parts that have any of
+  // the keys are held.
   template <class Keys, class Store>
   result<size_type> oneByOne(Keys &keys, Store store_one) {
-    const auto hold = lock();
-    static_cast<void>(
-        inParts(keys, [&](part_type &home, size_type offset, auto places) -> result<size_type> {
-          home.fetchMany(detail::picked(keys, offset, places));
-          return size_type{0};
-        }));
+    const auto hold = holdPartsOf(keys);
     size_type count = 0;
-    for (size_type i = 0; i < sizeOf(keys); ++i) {
-      const result<size_type> done = store_one(i, at(keys, i));
-      if (!done) return done.error();
-      count += *done;
+    for (size_type first = 0; first < sizeOf(keys); first += detail::part_groups::group) {
+      const size_type last = std::min(sizeOf(keys), first + detail::part_groups::group);
+      // What is there already is near afterwards.
+      const auto begin = std::ranges::begin(keys);
+      using step = std::ranges::range_difference_t<Keys>;
+      const detail::piece<std::remove_const_t<decltype(begin)>> some{
+          begin + static_cast<step>(first), begin + static_cast<step>(last)};
+      static_cast<void>(
+          inParts(some, [&](part_type &home, size_type offset, auto places) -> result<size_type> {
+            home.fetchMany(detail::picked(some, offset, places));
+            return size_type{0};
+          }));
+      for (size_type i = first; i < last; ++i) {
+        const result<size_type> done = store_one(i, at(keys, i));
+        if (!done) return done.error();
+        count += *done;
+      }
     }
     return count;
+  }
+
+  // Of more parts than groups are made of, all.
+  template <class Keys>
+  some_parts_guard<part_type> holdPartsOf(Keys &keys) const {
+    std::bitset<detail::part_groups::most_parts> wanted;
+    if (parts() > wanted.size()) return {parts_.get(), parts()};
+    for (size_type i = 0; i < sizeOf(keys); ++i) wanted.set(part_of(at(keys, i)));
+    return {parts_.get(), parts(), wanted};
   }
 
   // ---- summing; instantiated without sums too where a program instantiates all of a table ----

@@ -51,7 +51,9 @@ class basic_reader {
   using traits = typename Table::traits;
 
   explicit basic_reader(const Table &table) noexcept : table_(&table) {
+    // Where the table walks its trees itself, no image is built.
     if constexpr (!traits::bounded) {
+      if (table.plain_) return;
       const guard hold(table.own());
       if (table.inst_ != nullptr && table.long_->longest() > traits::on_stack) grow();
     }

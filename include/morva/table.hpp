@@ -818,14 +818,15 @@ class table {
   result<size_type> removeKey(key_argument key) {
     if (inst_ == nullptr) return errc::no_table;
     size_type count = 1;
-    // An absent key of any length would be given a node of its own, and the
-    // records of a key can be counted beforehand only.
-    if constexpr (hasDuplicates || !traits::bounded) count = countFrom(locate(key));
+    // The records of a key can be counted beforehand only; an absent key of any
+    // length would be given a node of its own; and a host's order list may not
+    // know a record, which answers the same as an absent key.
+    if constexpr (hasDuplicates || hasOrder || !traits::bounded) count = countFrom(locate(key));
     if (count == 0 || !traits::fits(key)) return size_type{0};
     const detail::raw_key raw = traits::raw(key);
     const MORVAStatus status = inst_->Remove(inst_, raw.bytes, raw.length);
     if (status == MORVA_OK) return count;
-    if (status == MORVA_INVALID) return size_type{0};  // it was not there
+    if (status == MORVA_INVALID && !hasOrder) return size_type{0};  // it was not there
     // Whether there was something to remove shows without memory.
     if (status == MORVA_NO_MEMORY && locate(key).node == nullptr) return size_type{0};
     return static_cast<errc>(status);

@@ -22,15 +22,17 @@ void countDown(MORVAInst &inst, Bucket &bucket) {
 }
 
 // The chain's first record, from any of them. Few steps lead back to it in most
-// chains; in a long one it is found as the key is, by the record's own.
+// chains. In a long one it is found from the last record as its key is, unless
+// the key's record is another by now: a clear does not wait for cursors.
 DupLinks *firstOfChain(MORVAInst &inst, DupLinks *links) {
   constexpr int kFewSteps = 64;
   DupLinks *at = links;
-  for (int i = 0; i < kFewSteps; ++i) {
-    if (isFirstOfChain(at)) return at;
-    at = at->back;
+  for (int steps = 0; !isFirstOfChain(at); at = at->back, ++steps) {
+    if (steps != kFewSteps || links->next != nullptr) continue;
+    RecordNode *stored = findEqual(inst, probeOf(inst, nodeOfLinks(inst, links)));
+    if (stored != nullptr && linksOf(inst, stored)->back == links) return linksOf(inst, stored);
   }
-  return linksOf(inst, findEqual(inst, probeOf(inst, nodeOfLinks(inst, links))));
+  return at;
 }
 
 void releaseFurther(MORVAInst &inst, DupLinks *links) {

@@ -47,6 +47,7 @@ void store(RecordNode **place, RecordNode *node) {
 }  // namespace
 
 RecordNode *aa_tree_finder(TreeHolder *holder, RecordNode *probe) {
+  if (holder->root == nullptr) return nullptr;
   return withKeyOrder(probe, [&](const auto &order) {
     return detail::search(holder->root, order, holder->recordOffset);
   });

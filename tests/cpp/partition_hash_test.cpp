@@ -181,6 +181,8 @@ TEST(PartCounts, SuitWhatIsExpected) {
   static_assert(parts_for(~std::uint64_t{0}) == 65536);
 }
 
+static_assert(partition_hash(std::span<const std::byte>()) == 0xEF46DB3751D8E999);
+
 TEST(PartCounts, LeaveEachPartItsShare) {
   using morva::detail::share_of;
   EXPECT_EQ(share_of(12345, 1), 12345U);

@@ -415,4 +415,20 @@ TEST(PartitionedTables, AreClearedComparedAndCountedBesideChanges) {
   EXPECT_TRUE(one == two);
 }
 
+// Who holds a part may use the keys of that part, many at a time too.
+TEST(PartitionedThreads, HoldAPartEachAndInsertManyKeysOfIt) {
+  auto library = morva::extension::linked().value();
+  auto table = make<Parted<std::uint64_t, ordered>>(library, kThreads);
+  std::vector<std::vector<std::uint64_t>> keys(kThreads);
+  for (std::uint64_t key = 0; key < 1000; ++key) keys[table.part_of(key)].push_back(key);
+  std::barrier all_hold(kThreads);
+  together([&](int number) {
+    const auto &own = keys[static_cast<std::size_t>(number)];
+    const morva::guard hold = table.lock(own.front());
+    all_hold.arrive_and_wait();
+    EXPECT_EQ(table.insert_many(own, std::vector<int>(own.size(), number)).value(), own.size());
+  });
+  EXPECT_EQ(table.size(), 1000U);
+}
+
 }  // namespace

@@ -57,6 +57,19 @@ TEST(PoolLimit, IsNeverPassedAndEveryRefusalIsCounted) {
   }
 }
 
+// Huge pages come whole; they are not to eat up what the limit leaves to others.
+TEST(PoolLimit, LeavesRoomForManyPoolsThatBeginTheirSecondSegment) {
+  constexpr int kPools = 40;
+  const HostPtr host = makeHostWithLimit(UINT64_C(112) << 20);
+  for (int i = 0; i < kPools; ++i) {
+    HostPool *pool = makePool(host);
+    for (int block = 0; block < 2048; ++block) {
+      ASSERT_NE(pool->allocate(pool, 1024, 0), nullptr) << i << ' ' << block;
+    }
+  }
+  EXPECT_EQ(statsOf(host).allocationsRefused, 0u);
+}
+
 TEST(PoolLimit, BelowOnePageNothingIsToBeHad) {
   const HostPtr host = makeHostWithLimit(4095);
   HostPool *pool = makePool(host);

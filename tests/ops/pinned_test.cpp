@@ -99,6 +99,23 @@ TEST_P(PinnedMulti, NoRecordOfALongPinnedChainIsRemoved) {
   EXPECT_EQ(table.elements(), 150u);
 }
 
+// A clear does not wait for pins: then the tree no longer leads to the chain.
+TEST_P(PinnedMulti, ALongChainThatWasClearedIsFoundPinnedAllTheSame) {
+  Table table(host, ext.get(), GetParam());
+  RecordNode *first = table.put("red", "1");
+  for (int i = 2; i <= 150; i++) table.put("red", std::to_string(i));
+  void *const last = table.cursors("red").back();
+  table.pin(first);
+  EXPECT_EQ(table->Clear2(table.get()), MORVA_PINNED);
+  for (const bool again : {false, true}) {
+    if (again) table.put("red", "new");
+    void *cursor = last;
+    EXPECT_EQ(table.removeDup(&cursor, "red"), MORVA_PINNED);
+    EXPECT_EQ(cursor, last);
+  }
+  EXPECT_EQ(table.all("red"), "new");
+}
+
 TEST_P(PinnedMulti, ThePinIsSeenBeforeAScratchRecordIsTaken) {
   Table table(host, ext.get(), GetParam());
   RecordNode *first = table.put("red", "1");
