@@ -17,7 +17,8 @@ namespace bench {
 namespace {
 
 constexpr char kUsage[] =
-    "usage: morva_bench quick|full|smoke FILE [--only TEXT]... [--samples N] [--largest N]\n"
+    "usage: morva_bench quick|full|smoke FILE [--only TEXT]... [--samples N]\n"
+    "                                     [--smallest N] [--largest N]\n"
     "       morva_bench list\n"
     "  quick      the usual sizes, few samples\n"
     "  full       all sizes, many samples: takes long\n"
@@ -25,7 +26,7 @@ constexpr char kUsage[] =
     "  FILE       receives the samples as CSV\n"
     "  --only     leaves out what has none of these texts in \"FAMILY KEYS CONTENDER\"\n"
     "  --samples  takes N samples of everything\n"
-    "  --largest  leaves out sizes above N\n";
+    "  --smallest, --largest  leave out sizes below, and above N\n";
 
 #if defined(__clang__)
 constexpr char kCompiler[] = __VERSION__;
@@ -38,6 +39,7 @@ struct Request {
   std::string file;
   std::vector<std::string> only;
   unsigned samples = 0;
+  size_t smallest = 0;
   size_t largest = SIZE_MAX;
 
   bool wants(const Entry &entry) const {
@@ -77,7 +79,7 @@ class Run {
 
   void go() {
     for (Step step : planOf(request_.extent)) {
-      if (step.n > request_.largest) continue;
+      if (step.n < request_.smallest || step.n > request_.largest) continue;
       if (request_.samples != 0) step.samples = request_.samples;
       if (!memorySuffices(step.n)) {
         std::fprintf(stderr, "left out: %s, n = %zu: too little memory is free\n",
@@ -166,6 +168,8 @@ Request parse(const std::vector<std::string> &words) {
       request.only.push_back(value);
     } else if (words[i] == "--samples") {
       request.samples = static_cast<unsigned>(number(value));
+    } else if (words[i] == "--smallest") {
+      request.smallest = number(value);
     } else if (words[i] == "--largest") {
       request.largest = number(value);
     } else {

@@ -117,18 +117,18 @@ class side_by_side {
   std::array<image_room, lanes> rooms_;
 };
 
-// Calls use(i, node) for all keys, in turn, while it answers true. The records have been
-// looked for ahead of that, many at a time, so their memory is near: `node` is
-// what was found then. Where the table does not walk trees itself, nothing is
-// ahead, and the node is null.
+// Calls use(i, node) for all keys, in turn, while it answers true. With `ahead`,
+// which needs a table that walks trees itself, the records have been looked for
+// before that, many at a time, so their memory is near: `node` is what was found
+// then. Else it is null.
 template <class Table, class Keys, class Use>
-void with_lookahead(const Table &table, Keys &keys, needed records, Use use) {
+void with_lookahead(bool ahead, const Table &table, Keys &keys, needed records, Use use) {
   const auto count = static_cast<std::size_t>(std::ranges::size(keys));
   const auto first = std::ranges::begin(keys);
   const auto key = [&](std::size_t i) -> decltype(auto) {
     return first[static_cast<std::ranges::range_difference_t<Keys>>(i)];
   };
-  if (!table.plain_) {
+  if (!ahead) {
     for (std::size_t i = 0; i < count && use(i, nullptr);) ++i;
     return;
   }

@@ -51,8 +51,9 @@ struct table_options {
   /** Shown by debuggers and handed to the host; copied; may be null. */
   const char *name = nullptr;
   /**
-   * How many keys are expected: the table gets about as many buckets, 16 bytes
-   * each, at most 2^20. More keys are fine; the trees of the buckets grow.
+   * How many keys are expected: the table gets about as many buckets, of 16
+   * bytes each, and twice as many for up to 65536 keys; at most 2^20. More keys
+   * are fine; the trees of the buckets grow.
    */
   std::uint64_t expected = 4096;
   hash_method hash = hash_method::automatic;
@@ -62,11 +63,14 @@ struct table_options {
 
 namespace detail {
 
-// Log2 of the bucket count for so many keys, one bucket a key.
+// Log2 of the bucket count for so many keys: a bucket a key, or two where they
+// all stay in the caches. There a find is held up by what the processor guesses
+// wrong, which is how many records of a bucket it looks at.
 constexpr std::int32_t hash_exp_for(std::uint64_t expected) noexcept {
   constexpr int kLargest = 20;
+  constexpr std::uint64_t kFew = 1U << 16;
   if (expected <= 1) return 0;
-  const int exp = static_cast<int>(std::bit_width(expected - 1));
+  const int exp = static_cast<int>(std::bit_width(expected - 1)) + (expected <= kFew ? 1 : 0);
   return exp < kLargest ? exp : kLargest;
 }
 

@@ -460,7 +460,7 @@ class table {
   template <class Table>
   friend class detail::side_by_side;
   template <class Table, class Keys, class Use>
-  friend void detail::with_lookahead(const Table &, Keys &, detail::needed, Use);
+  friend void detail::with_lookahead(bool, const Table &, Keys &, detail::needed, Use);
   using place = detail::place;
   using needed = detail::needed;
   using operation = MORVAStatus (*MORVAInst::*)(MORVAInst *, const void *, const void *,
@@ -622,7 +622,7 @@ class table {
     };
     if (plain_) {
       constexpr auto records = std::same_as<Answer, bool> ? needed::first : needed::all;
-      detail::with_lookahead(*this, keys, records, [&](size_type i, RecordNode *node) {
+      detail::with_lookahead(true, *this, keys, records, [&](size_type i, RecordNode *node) {
         return tell(i, node != nullptr ? reached(node) : place{});
       });
     } else {
@@ -635,8 +635,20 @@ class table {
   // Has what there is of the keys near, for operations that follow; the lock is held.
   template <class Keys>
   void fetchMany(Keys &&keys) const noexcept {
-    if (!plain_) return;
-    detail::with_lookahead(*this, keys, needed::last, [](size_type, RecordNode *) { return true; });
+    if (!paysAhead()) return;
+    detail::with_lookahead(true, *this, keys, needed::last,
+                           [](size_type, RecordNode *) { return true; });
+  }
+
+  // Whether operations that search by themselves are sped up by a search ahead of
+  // them: not in a table that a processor has close by.
+  bool paysAhead() const noexcept {
+    constexpr std::uint64_t near = 256 << 10;
+    if (!plain_ || inst_ == nullptr) return false;
+    const BucketArray *buckets = inst_->buckets;
+    const std::uint64_t size = buckets->mask * std::uint64_t{sizeof(Bucket)} +
+                               buckets->elementCount * std::uint64_t{inst_->recordSize};
+    return size > near;
   }
 
   template <class Keys, class Values>
@@ -689,7 +701,7 @@ class table {
     const guard hold(own());
     result<size_type> count = size_type{0};
     auto key = std::ranges::begin(keys);
-    detail::with_lookahead(*this, keys, records, [&](size_type i, RecordNode *node) {
+    detail::with_lookahead(paysAhead(), *this, keys, records, [&](size_type i, RecordNode *node) {
       const result<size_type> done = change(i, *key++, node);
       count = done ? result<size_type>(*count + *done) : done;
       return static_cast<bool>(count);

@@ -141,12 +141,15 @@ TEST(NumberKeys, BucketsFollowTheExpectedNumber) {
   };
   EXPECT_EQ(buckets(0), 1U);
   EXPECT_EQ(buckets(1), 1U);
-  EXPECT_EQ(buckets(2), 2U);
-  EXPECT_EQ(buckets(3), 4U);
-  EXPECT_EQ(buckets(4096), 4096U);
-  EXPECT_EQ(buckets(4097), 8192U);
+  EXPECT_EQ(buckets(2), 4U);
+  EXPECT_EQ(buckets(3), 8U);
+  EXPECT_EQ(buckets(4096), 8192U);
+  EXPECT_EQ(buckets(4097), 16384U);
+  EXPECT_EQ(buckets(65536), 131072U);
+  EXPECT_EQ(buckets(65537), 131072U) << "from here on one bucket a key";
+  EXPECT_EQ(buckets(131073), 262144U);
   EXPECT_EQ(buckets(UINT64_MAX), 1U << 20);
-  EXPECT_EQ(got(Table::make(library)).bucket_count(), 4096U);
+  EXPECT_EQ(got(Table::make(library)).bucket_count(), 8192U);
 }
 
 TEST(NumberKeys, MayLieInTheTableItself) {

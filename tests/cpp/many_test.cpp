@@ -273,7 +273,8 @@ class ManyKeys : public ::testing::Test {
     for (const std::size_t count : {0U, 1U, 127U, 128U, 129U, 1000U}) {
       if (count > 500 && sizeof(Key) > 1000) continue;
       SCOPED_TRACE(::testing::Message() << count << " keys, increment " << increment);
-      makeTwins(library, count % 2 == 0 ? 256 : 2, increment);
+      // Large enough to be worth a look ahead, or with deep trees.
+      makeTwins(library, count % 2 == 0 ? 20000 : 2, increment);
       chooseKeys(count);
       find();
       erase();

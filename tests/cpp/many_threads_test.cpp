@@ -104,7 +104,7 @@ TEST(LockedTables, TakeManyKeysInOneStep) {
 TEST(LockedTables, AddUpManyAmountsFromAllThreads) {
   using Table = morva::table<std::uint64_t, int, morva::sums, morva::locked>;
   const auto library = linkedLibrary();
-  auto table = Table::make(library, {.expected = 64}).value();
+  auto table = Table::make(library, {.expected = 20000}).value();
   constexpr int kRounds = 20;
   std::vector<std::uint64_t> keys;
   for (std::uint64_t n = 0; n < 260; ++n) keys.push_back(n % 130);

@@ -147,8 +147,10 @@ class PartitionedMany : public ::testing::Test {
   using ConstCursor = typename Table::const_cursor;
 
   void makeTwins(const morva::extension &library, std::size_t parts) {
-    many = got(Table::make(library, {.expected = 2000, .parts = parts}));
-    one = got(Table::make(library, {.expected = 2000, .parts = parts}));
+    // With few parts each is large enough to be worth a look ahead.
+    const std::uint64_t expected = parts <= 16 ? 10000 * parts : 2000;
+    many = got(Table::make(library, {.expected = expected, .parts = parts}));
+    one = got(Table::make(library, {.expected = expected, .parts = parts}));
   }
 
   int below(std::size_t limit) {

@@ -78,9 +78,9 @@ TEST_F(PartitionedTables, ChooseTheNumberOfPartsThemselves) {
 
 TEST_F(PartitionedTables, GiveEachPartItsShareOfTheBuckets) {
   const auto table = got(Numbers::make(library, {.expected = 1600, .parts = 16}));
-  for (std::size_t i = 0; i < 16; ++i) EXPECT_EQ(table.part(i).bucket_count(), 128U);
-  EXPECT_EQ(table.bucket_count(), 16U * 128U);
-  EXPECT_EQ(got(Numbers::make(library, {.expected = 1024, .parts = 1})).bucket_count(), 1024U);
+  for (std::size_t i = 0; i < 16; ++i) EXPECT_EQ(table.part(i).bucket_count(), 256U);
+  EXPECT_EQ(table.bucket_count(), 16U * 256U);
+  EXPECT_EQ(got(Numbers::make(library, {.expected = 1024, .parts = 1})).bucket_count(), 2048U);
 }
 
 TEST_F(PartitionedTables, HandTheirOptionsToAllParts) {

@@ -28,7 +28,7 @@ TYPED_TEST(TableTest, FindsWhatWasStoredAndNothingElse) {
   this->fill(table, kKeys);
   EXPECT_EQ(table.size(), this->recordsFilled(kKeys));
   EXPECT_FALSE(table.empty());
-  EXPECT_EQ(table.bucket_count(), 32U);
+  EXPECT_EQ(table.bucket_count(), 64U);
 
   const auto &constant = table;
   for (int n = 0; n < kKeys; ++n) {
