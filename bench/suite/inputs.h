@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -32,6 +33,7 @@ Indices zipfRows(size_t count, size_t different, uint64_t seed);
 // keys[i]         the key at place i
 // keys.word(i)    what a record holds to lead to the key at place i
 // keys.at(word)   that key
+// keys.row(i, n)  n keys from place i on, where they are kept as they are
 
 // Numbers that look random.
 class NumberKeys {
@@ -44,6 +46,9 @@ class NumberKeys {
   Key operator[](size_t place) const { return keys_[place]; }
   uint64_t word(size_t place) const { return keys_[place]; }
   Key at(uint64_t word) const { return word; }
+  std::span<const Key> row(size_t place, size_t count) const {
+    return std::span(keys_).subspan(place, count);
+  }
 
  private:
   std::vector<uint64_t> keys_;

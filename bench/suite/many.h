@@ -18,9 +18,16 @@ concept TakesMany = Map::many >
 0;
 
 // Calls use(keys, place) for the keys from `first` on, so many of them at once.
-// That they are copied together is part of the price.
+// Where they do not lie side by side as the contender takes them, that they are
+// brought together is part of the price.
 template <class Map, class Keys, class Use>
 void inPortions(const Keys &keys, size_t first, size_t count, Use use) {
+  if constexpr (requires { keys.row(first, count); }) {
+    for (size_t place = first; place < first + count; place += Map::many) {
+      use(keys.row(place, std::min(Map::many, first + count - place)), place);
+    }
+    return;
+  }
   std::vector<typename Keys::Key> some;
   some.reserve(Map::many);
   for (size_t place = first; place != first + count; place += some.size()) {

@@ -11,8 +11,10 @@
 
 namespace bench {
 
-inline const morva::extension &tableExtension() {
-  static const auto loaded = morva::extension::linked();
+// One for the process.
+template <bool HugePages = true>
+const morva::extension &tableExtension() {
+  static const auto loaded = morva::extension::linked({.huge_pages = HugePages});
   if (!loaded) throw std::runtime_error(std::string(loaded.error().sentence()));
   return *loaded;
 }
@@ -24,16 +26,17 @@ auto valueOf(Result result) {
 }
 
 template <class Table, class Options = morva::table_options>
-Table makeTable(size_t told) {
+Table makeTable(size_t told, const morva::extension &on = tableExtension()) {
   Options options;
   if (told != 0) options.expected = told;
-  return valueOf(Table::make(tableExtension(), options));
+  return valueOf(Table::make(on, options));
 }
 
 template <class Key, class Table, class Options>
 class MorvaMap {
  public:
-  explicit MorvaMap(size_t told) : table_(makeTable<Table, Options>(told)) {}
+  explicit MorvaMap(size_t told, const morva::extension &on = tableExtension())
+      : table_(makeTable<Table, Options>(told, on)) {}
 
   bool insert(Key key, uint64_t word) { return valueOf(table_.insert(key, word)); }
   void replace(Key key, uint64_t word) { valueOf(table_.insert_or_assign(key, word)); }
@@ -57,6 +60,14 @@ class MorvaMap {
 template <class Key, class TableKey, class... Features>
 using MorvaTable =
     MorvaMap<Key, morva::table<TableKey, uint64_t, Features...>, morva::table_options>;
+
+// On a host that asks for no huge pages.
+template <class Key, class TableKey>
+class MorvaTableOnSmallPages : public MorvaTable<Key, TableKey> {
+ public:
+  explicit MorvaTableOnSmallPages(size_t told)
+      : MorvaTable<Key, TableKey>(told, tableExtension<false>()) {}
+};
 
 template <class Key, class TableKey>
 class MorvaTableOneBucket : public MorvaTable<Key, TableKey> {
@@ -121,6 +132,16 @@ struct MorvaTableBounded {
   using Records = MorvaTableRecords<Key, Bounded<Key>>;
   template <class Key>
   using Shared = MorvaTable<Key, Bounded<Key>, morva::locked>;
+};
+
+struct MorvaTableSmallPages {
+  static constexpr char name[] = "morva::table, small pages";
+  template <class Key>
+  static constexpr bool takes = isNumberOrText<Key>;
+  static constexpr unsigned does = kLatency;
+
+  template <class Key>
+  using Map = MorvaTableOnSmallPages<Key, Bounded<Key>>;
 };
 
 struct MorvaTableAnyText {
@@ -281,7 +302,8 @@ struct MorvaPartitionedMany {
       MorvaManyMap<Key, morva::partitioned_table<Bounded<Key>, uint64_t>, morva::partition_options>;
 };
 
-using Contenders = ContenderList<MorvaTableBounded, MorvaTableAnyText, MorvaTableMany,
-                                 MorvaSumsMany, MorvaPartitionedTable, MorvaPartitionedMany>;
+using Contenders =
+    ContenderList<MorvaTableBounded, MorvaTableSmallPages, MorvaTableAnyText, MorvaTableMany,
+                  MorvaSumsMany, MorvaPartitionedTable, MorvaPartitionedMany>;
 
 }  // namespace bench
