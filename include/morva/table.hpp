@@ -47,6 +47,7 @@
 #include <atomic>
 #include <cmath>
 #include <concepts>
+#include <cstring>
 #include <functional>
 #include <ranges>
 #include <span>
@@ -198,6 +199,12 @@ class table {
    */
   answer<bool> insert_or_assign(key_argument key, const Data &data) {
     const guard hold(own());
+    if (plain_ && mayHave(key)) {
+      if (RecordNode *node = nodeWith(key)) {
+        overwrite(placeOf(node), data);
+        return answers::template give<bool>(false);
+      }
+    }
     const size_type before = size();
     result<bool> stored = store(&MORVAInst::Replace, key, data);
     if (stored) stored = size() != before;
@@ -526,13 +533,18 @@ class table {
     return true;
   }
 
-  // What MORVAFind2 does, here and now: nothing is called for most keys.
+  // What MORVAFind2 does, here and now.
   place walkTo(key_argument key) const noexcept {
+    RecordNode *node = nodeWith(key);
+    return node != nullptr ? reached(node) : place{};
+  }
+
+  // The node of the key's first record, or null: nothing is called for most keys.
+  RecordNode *nodeWith(key_argument key) const noexcept {
     typename traits::image_room room;
     const auto image = traits::make_image(inst_, key, room);
     const Bucket *bucket = MORVABucketAt(inst_->buckets, bucketOf(image));
-    RecordNode *node = detail::search(bucket->root, traits::order(image));
-    return node != nullptr ? reached(node) : place{};
+    return detail::search(bucket->root, traits::order(image));
   }
 
   std::uint32_t bucketOf(const typename traits::image &image) const noexcept {
@@ -562,15 +574,35 @@ class table {
                                                 distanceToData(0));
   }
 
+  place placeOf(RecordNode *node) const noexcept {
+    const std::size_t length = traits::bounded ? 0 : detail::prefix_of(node)->length;
+    return {node, reinterpret_cast<std::byte *>(node) + distanceToData(length)};
+  }
+
   // A record that a lookup has reached, which counts where the increment is not 0.
   place reached(RecordNode *node) const noexcept {
-    const std::size_t length = traits::bounded ? 0 : detail::prefix_of(node)->length;
-    const place at{node, reinterpret_cast<std::byte *>(node) + distanceToData(length)};
+    const place at = placeOf(node);
     if constexpr (hasSums) {
-      const double increment = std::atomic_ref(inst_->sumIncrement).load(std::memory_order_relaxed);
-      if (increment != 0.0) *sumOf(at) += increment;
+      if (const double increment = sumIncrement(); increment != 0.0) *sumOf(at) += increment;
     }
     return at;
+  }
+
+  double sumIncrement() const noexcept {
+    return std::atomic_ref(inst_->sumIncrement).load(std::memory_order_relaxed);
+  }
+
+  // What MORVAReplace does to the records of a key, of which this is the first. The data
+  // may be one of theirs.
+  void overwrite(const place &first, const Data &data) const noexcept {
+    if constexpr (!std::is_empty_v<Data>) {
+      std::memmove(first.data, std::addressof(data), sizeof data);
+      place at = detail::next_of_key<hasDuplicates>(first);
+      for (; at.node != nullptr; at = detail::next_of_key<hasDuplicates>(at)) {
+        std::memcpy(at.data, first.data, sizeof data);
+      }
+    }
+    if constexpr (hasSums) *sumOf(first) = sumIncrement();
   }
 
   place findRaw(detail::raw_key key) const noexcept {

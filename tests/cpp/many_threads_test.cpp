@@ -2,32 +2,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tables.h"
+#include "together.h"
 
 namespace cpp_test {
 namespace {
-
-constexpr int kThreads = 4;
-
-// Runs work(0) to work(kThreads - 1), all at once.
-template <class Work>
-void together(Work work) {
-  std::barrier start(kThreads);
-  std::vector<std::thread> threads;
-  for (int number = 0; number < kThreads; ++number) {
-    threads.emplace_back([&, number] {
-      start.arrive_and_wait();
-      work(number);
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-}
 
 template <class Table>
 void expectManyReaders(const morva::extension &library) {

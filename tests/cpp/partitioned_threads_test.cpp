@@ -6,11 +6,11 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "morva/morva.hpp"
+#include "together.h"
 
 namespace {
 
@@ -18,21 +18,8 @@ using morva::duplicates;
 using morva::ordered;
 using morva::sums;
 
-constexpr int kThreads = 4;
-
-// Runs work(0) to work(kThreads - 1), all at once.
-template <class Work>
-void together(Work work) {
-  std::barrier start(kThreads);
-  std::vector<std::thread> threads;
-  for (int number = 0; number < kThreads; ++number) {
-    threads.emplace_back([&, number] {
-      start.arrive_and_wait();
-      work(number);
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-}
+using cpp_test::kThreads;
+using cpp_test::together;
 
 struct Visit {
   char site[12];

@@ -2,30 +2,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "morva/morva.hpp"
+#include "together.h"
 
 namespace {
 
-constexpr int kThreads = 4;
-
-// Runs work(0) to work(kThreads - 1), all at once.
-template <class Work>
-void together(Work work) {
-  std::barrier start(kThreads);
-  std::vector<std::thread> threads;
-  for (int number = 0; number < kThreads; ++number) {
-    threads.emplace_back([&, number] {
-      start.arrive_and_wait();
-      work(number);
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-}
+using cpp_test::kThreads;
+using cpp_test::together;
 
 TEST(Readers, SearchBesideEachOtherWithoutTheLock) {
   const auto extension = morva::extension::linked().value();
