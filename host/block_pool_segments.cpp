@@ -194,7 +194,8 @@ void BlockPool::trim(Segment *segment) {
     const auto kept = static_cast<uint8_t>(slice == 0 ? 1 : 0);  // the header
     if (segment->touched[slice] <= kept) continue;
     const uint64_t bytes = (segment->touched[slice] - kept) * kPageBytes;
-    if (!discard(segment->start() + slice * kSliceBytes + kept * kPageBytes, bytes)) continue;
+    if (!discard(segment->start() + size_t{slice} * kSliceBytes + kept * kPageBytes, bytes))
+      continue;
     segment->touched[slice] = kept;
     give(bytes);
   }

@@ -115,7 +115,7 @@ template <class Keys, class Use>
 void sideBySide(Keys keys, const QZKey *first, size_t count, Use use) {
   lookahead<typename Keys::Order, Keys::kMost> ahead;
   for (size_t done = 0; done < count;) {
-    bool lookedFor[Keys::kMost];
+    bool lookedFor[Keys::kMost] = {};
     while (!ahead.is_full() && done + ahead.size() < count) {
       const size_t lane = ahead.size();
       lookedFor[lane] = keys.begin(ahead, first[done + lane]);

@@ -44,8 +44,9 @@ std::uint64_t load(bytes p) {
 // word at a time, which are wide enough for what comes.
 template <std::uint32_t factor>
 struct polynomial {
-  static constexpr std::uint64_t f2 = factor * factor;
-  static_assert(255 * (factor + 1) < 1 << 16 && 255 * (factor + 1) * (f2 + 1) < 1ULL << 32);
+  static constexpr std::uint64_t f1 = factor;
+  static constexpr std::uint64_t f2 = f1 * f1;
+  static_assert(255 * (f1 + 1) < 1 << 16 && 255 * (f1 + 1) * (f2 + 1) < 1ULL << 32);
 
   // The powers 0 to 8.
   static constexpr auto powers = [] {
@@ -59,7 +60,7 @@ struct polynomial {
   static std::uint32_t of_eight(std::uint64_t word) {
     constexpr std::uint64_t even_bytes = 0x00FF00FF00FF00FF;
     constexpr std::uint64_t even_pairs = 0x0000FFFF0000FFFF;
-    const std::uint64_t pairs = (word & even_bytes) * factor + ((word >> 8) & even_bytes);
+    const std::uint64_t pairs = (word & even_bytes) * f1 + ((word >> 8) & even_bytes);
     const std::uint64_t fours = (pairs & even_pairs) * f2 + ((pairs >> 16) & even_pairs);
     return static_cast<std::uint32_t>(fours) * powers.of[4] +
            static_cast<std::uint32_t>(fours >> 32);

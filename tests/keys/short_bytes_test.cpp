@@ -9,8 +9,8 @@
 #include "keys/compare.h"
 #include "keys/move_bytes.h"
 
-using morva::detail::compare_bytes;
 using morva::core::moveBytes;
+using morva::detail::compare_bytes;
 
 namespace {
 
