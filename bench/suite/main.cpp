@@ -20,7 +20,7 @@ constexpr char kUsage[] =
     "usage: morva_bench quick|full|smoke FILE [--only TEXT]... [--samples N]\n"
     "                                     [--smallest N] [--largest N]\n"
     "       morva_bench list\n"
-    "  quick      the usual sizes, few samples\n"
+    "  quick      sizes up to 300000, a sample of each: takes about a minute\n"
     "  full       all sizes, many samples: takes long\n"
     "  smoke      tiny, to see that everything works\n"
     "  FILE       receives the samples as CSV\n"
