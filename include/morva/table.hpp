@@ -195,7 +195,8 @@ class table {
   /**
    * Stores a record, or writes the data of all records the key has. True when
    * it was stored. With `sums` the first record's sum begins anew. Fails as
-   * insert.
+   * insert; on an embedded host without locked trees records that are there need
+   * no memory.
    */
   answer<bool> insert_or_assign(key_argument key, const Data &data) {
     const guard hold(own());
@@ -290,8 +291,8 @@ class table {
   // step. The records are looked for side by side beforehand, so that a large
   // table answers several times sooner. Keys lie in a random-access range, as
   // objects of the key's type, or for text as anything that shows as a
-  // std::string_view. Where there is too little room for the answers, or not as much data
-  // as keys, the operation fails with refused and does nothing.
+  // std::string_view. Where there is too little room for the answers, or not as
+  // much data as keys, the operation fails with refused and does nothing.
 
   /** find of each key, into `found`; answers how many there are. */
   template <detail::keys_in_a_row<key_argument> Keys>
@@ -312,8 +313,8 @@ class table {
 
   /**
    * insert of each key with the data at its place; answers how many were
-   * stored, and says in `stored`, unless that is empty, which. Fails as insert; what was
-   * stored before the failure stays.
+   * stored, and says in `stored`, unless that is empty, which. Fails as insert;
+   * what was stored before the failure stays.
    */
   template <detail::keys_in_a_row<key_argument> Keys, detail::values_in_a_row<Data> Values>
   answer<size_type> insert_many(Keys &&keys, Values &&data, std::span<bool> stored = {}) {
@@ -566,8 +567,7 @@ class table {
   }
 
   DupLinks *linksOf(RecordNode *node) const noexcept requires(hasDuplicates) {
-    return reinterpret_cast<DupLinks *>(reinterpret_cast<std::byte *>(node) + distanceToData(0)) -
-           1;
+    return detail::links_of(placeOf(node));
   }
   const RecordNode *nodeOf(const DupLinks *links) const noexcept requires(hasDuplicates) {
     return reinterpret_cast<const RecordNode *>(reinterpret_cast<const std::byte *>(links + 1) -
@@ -592,8 +592,8 @@ class table {
     return std::atomic_ref(inst_->sumIncrement).load(std::memory_order_relaxed);
   }
 
-  // What MORVAReplace does to the records of a key, of which this is the first. The data
-  // may be one of theirs.
+  // What MORVAReplace does to the records of a key, of which this is the first.
+  // The data may be one of theirs.
   void overwrite(const place &first, const Data &data) const noexcept {
     if constexpr (!std::is_empty_v<Data>) {
       std::memmove(first.data, std::addressof(data), sizeof data);
