@@ -1,7 +1,7 @@
 // The companions of the recording host and the objects they make.
 #include "recording_state.h"
 
-namespace morva_test {
+namespace morva::recording {
 namespace {
 
 constexpr uint32_t kNoise = 0xDEAD;
@@ -320,4 +320,4 @@ void *State::newCompanion(const std::u32string &name) {
   return nullptr;
 }
 
-}  // namespace morva_test
+}  // namespace morva::recording

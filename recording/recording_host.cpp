@@ -6,7 +6,7 @@
 
 #include "recording_state.h"
 
-namespace morva_test {
+namespace morva::recording {
 namespace {
 
 using Guard = std::lock_guard<std::recursive_mutex>;
@@ -349,4 +349,4 @@ std::vector<RecordNode *> RecordingHost::order(const MORVAInst *inst) const {
   return records;
 }
 
-}  // namespace morva_test
+}  // namespace morva::recording

@@ -5,7 +5,7 @@
 
 #include "recording_state.h"
 
-namespace morva_test {
+namespace morva::recording {
 namespace {
 
 // What calls answer whose result nobody may look at.
@@ -170,8 +170,8 @@ HostPool *State::newPool(const std::string &name) {
   std::lock_guard<std::recursive_mutex> guard(mutex);
   Pool *pool = addObject(this, &pools);
   fillWithTraps<HostPool>(pool);
-  pool->destroy = morva_test::destroyPool;
-  pool->allocate = morva_test::allocate;
+  pool->destroy = recording::destroyPool;
+  pool->allocate = recording::allocate;
   pool->free = freeBlock;
   pool->name = name;
   return pool;
@@ -181,9 +181,9 @@ Lock *State::newLock(const std::string &name, bool ofServices) {
   std::lock_guard<std::recursive_mutex> guard(mutex);
   Lock *lock = addObject(this, &locks);
   fillWithTraps<HostLock>(lock);
-  lock->destroy = morva_test::destroyLock;
-  lock->acquire = morva_test::acquire;
-  lock->release = morva_test::release;
+  lock->destroy = recording::destroyLock;
+  lock->acquire = recording::acquire;
+  lock->release = recording::release;
   lock->name = name;
   lock->ofServices = ofServices;
   return lock;
@@ -192,10 +192,10 @@ Lock *State::newLock(const std::string &name, bool ofServices) {
 State::State(RecordingHost &recordingHost, const Options &chosen)
     : owner(recordingHost), options(chosen) {
   fillWithTraps<HostServices>(&services);
-  services.createLock = morva_test::createLock;
-  services.createPool = morva_test::createPool;
-  services.loadExtension = morva_test::loadExtension;
+  services.createLock = recording::createLock;
+  services.createPool = recording::createPool;
+  services.loadExtension = recording::loadExtension;
   services.host = this;
 }
 
-}  // namespace morva_test
+}  // namespace morva::recording

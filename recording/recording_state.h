@@ -14,7 +14,7 @@
 
 #include "recording_host.h"
 
-namespace morva_test {
+namespace morva::recording {
 
 using State = RecordingHost::State;
 
@@ -182,4 +182,4 @@ Object *addObject(State *host, std::vector<std::unique_ptr<Object>> *objects) {
   return object;
 }
 
-}  // namespace morva_test
+}  // namespace morva::recording

@@ -8,14 +8,15 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/asan_interface.h>
-#define MORVA_TEST_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
-#define MORVA_TEST_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)
+#define MORVA_RECORDING_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
+#define MORVA_RECORDING_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)
 #else
-#define MORVA_TEST_POISON(address, size) (static_cast<void>(address), static_cast<void>(size))
-#define MORVA_TEST_UNPOISON(address, size) (static_cast<void>(address), static_cast<void>(size))
+#define MORVA_RECORDING_POISON(address, size) (static_cast<void>(address), static_cast<void>(size))
+#define MORVA_RECORDING_UNPOISON(address, size) \
+  (static_cast<void>(address), static_cast<void>(size))
 #endif
 
-namespace morva_test {
+namespace morva::recording {
 namespace {
 
 // 24 makes blocks 8-aligned where the memory around them is 16-aligned.
@@ -42,12 +43,12 @@ unsigned char *body(const Block &block) {
 }
 
 void closeGuards(const Block &block) {
-  MORVA_TEST_POISON(frontGuard(block), kGuardSize);
-  MORVA_TEST_POISON(backGuard(block), block.raw + block.rawSize - backGuard(block));
+  MORVA_RECORDING_POISON(frontGuard(block), kGuardSize);
+  MORVA_RECORDING_POISON(backGuard(block), block.raw + block.rawSize - backGuard(block));
 }
 
 void openGuards(const Block &block) {
-  MORVA_TEST_UNPOISON(block.raw, block.rawSize);
+  MORVA_RECORDING_UNPOISON(block.raw, block.rawSize);
 }
 
 }  // namespace
@@ -84,7 +85,7 @@ void State::giveRaw(const Block &block) {
       break;
     case Origin::arena:
       std::memset(block.raw, kFreedByte, block.rawSize);
-      MORVA_TEST_POISON(block.raw, block.rawSize);
+      MORVA_RECORDING_POISON(block.raw, block.rawSize);
       break;
   }
 }
@@ -159,9 +160,9 @@ void State::checkGuards() {
 State::~State() {
   for (const auto &[address, block] : blocks) giveRaw(block);
   if (arena != nullptr) {
-    MORVA_TEST_UNPOISON(arena, arenaUsed);
+    MORVA_RECORDING_UNPOISON(arena, arenaUsed);
     munmap(arena, kArenaSize);
   }
 }
 
-}  // namespace morva_test
+}  // namespace morva::recording
