@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan bench bench-quick package reference format lint clean
+.PHONY: all demo test test-release test-asan test-tsan coverage bench bench-quick package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -29,12 +29,21 @@ build/%/.demo-tools:
 	sh scripts/install-tools.sh build demo
 	mkdir -p $(@D) && touch $@
 
+# What of the libraries the tests run, line by line: build/coverage/report/index.html.
+coverage:
+	sh scripts/install-tools.sh build test coverage
+	cmake --preset coverage
+	cmake --build --preset coverage --parallel $(JOBS)
+	find build/coverage -name '*.gcda' -delete
+	ctest --preset coverage --parallel $(JOBS)
+	python3 scripts/coverage.py build/coverage build/coverage/report
+
 # All measurements, or a first impression: see docs/performance.md.
 bench: plan = full
 bench-quick: plan = quick
 bench bench-quick:
 	sh scripts/install-tools.sh build bench
-	cmake --preset release -DMORVA_BUILD_BENCH=ON
+	cmake --preset release -DMORVA_BUILD_BENCH=ON -DMORVA_BUILD_TESTS=OFF
 	cmake --build --preset release --parallel $(JOBS) --target morva_bench
 	mkdir -p build/bench
 	build/release/bin/morva_bench $(plan) build/bench/samples.csv

@@ -43,7 +43,7 @@ void *BlockPool::refill(uint32_t c, uint64_t size, bool zero) {
   if (static_cast<size_t>(run->end - run->bump) < blockSize) {
     // Used up.
     if (run != &noRun) run->state = RunState::kFull;
-    run = firstPartial(c);
+    run = partial_[c].first();
     if (run != nullptr) {
       partial_[c].remove(run);
     } else {
@@ -57,7 +57,7 @@ void *BlockPool::refill(uint32_t c, uint64_t size, bool zero) {
     run->state = RunState::kCurrent;
     if (uint64_t *block = run->freeList) return reuse(run, c, block, size, zero);
   }
-  if (static_cast<size_t>(run->committed - run->bump) < blockSize && !commit(run, blockSize)) {
+  if (!commit(run, blockSize)) {
     // There is no new memory, but there may be freed blocks in other runs.
     void *block = reuseOfPartial(c, size, zero);
     if (block == nullptr) account_->countRefusal();
@@ -66,22 +66,10 @@ void *BlockPool::refill(uint32_t c, uint64_t size, bool zero) {
   return advance(run, blockSize, size, zero);
 }
 
-// The first run with freed blocks that waits to become current, or null.
-Run *BlockPool::firstPartial(uint32_t c) {
-  Run *run = partial_[c].first();
-  // A damaged free list may have left a run without blocks; it is then full.
-  while (run != nullptr && run->freeList == nullptr) {
-    partial_[c].remove(run);
-    run->state = RunState::kFull;
-    run = partial_[c].first();
-  }
-  return run;
-}
-
 // Hands out a freed block of a run that does not become current; null when there
 // is none.
 void *BlockPool::reuseOfPartial(uint32_t c, uint64_t size, bool zero) {
-  Run *run = firstPartial(c);
+  Run *run = partial_[c].first();
   if (run == nullptr) return nullptr;
   void *block = reuse(run, c, run->freeList, size, zero);
   if (run->freeList == nullptr) {
@@ -164,7 +152,7 @@ void BlockPool::free(void *p) {
   const uint32_t blockSize = kClassTable.size[run->sizeClass];
   const uint32_t inRun = offset - start;
   const uint64_t index = (inRun * kClassTable.reciprocal[run->sizeClass]) >> kReciprocalShift;
-  if (run->state == RunState::kFree || offset < start || p >= run->bump || run->live == 0 ||
+  if (run->state == RunState::kFree || offset < start || p >= run->bump ||
       index * blockSize != inRun) [[unlikely]] {
     if (run->state == RunState::kLong && p == run->bump) return freeLong(segment, run);
     return misuses_.add(1);

@@ -171,7 +171,6 @@ class BlockPool {
   }
 
   void *refill(uint32_t c, uint64_t size, bool zero);
-  Run *firstPartial(uint32_t c);
   void *reuseOfPartial(uint32_t c, uint64_t size, bool zero);
   bool commit(Run *run, uint32_t blockSize);
   bool commitTo(Run *run, char *end);

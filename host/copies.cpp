@@ -97,15 +97,24 @@ void sayNoMemory(const char *file, const Sentence &error) {
   error.say("cannot load '%s': there is no memory", file);
 }
 
-// A whole file, read into memory; `bytes` null when that cannot be done.
+// A whole file, read into memory; `bytes` null when that cannot be done, for the
+// reason in errno.
 struct Contents {
   explicit Contents(int file) {
     struct stat status;
-    if (fstat(file, &status) != 0 || status.st_size <= 0) return;
+    if (fstat(file, &status) != 0) return;
+    if (status.st_size <= 0) {
+      errno = ENODATA;
+      return;
+    }
     size = static_cast<size_t>(status.st_size);
     bytes = new (std::nothrow) char[size];
-    size_t done = 0;
-    while (bytes != nullptr && done < size) {
+    if (bytes == nullptr) {
+      errno = ENOMEM;
+      return;
+    }
+    for (size_t done = 0; done < size;) {
+      errno = ENODATA;  // where the file is shorter than it was
       const ssize_t got = pread(file, bytes + done, size - done, static_cast<off_t>(done));
       if (got < 0 && errno == EINTR) continue;
       if (got <= 0) {
@@ -127,6 +136,7 @@ struct Contents {
 bool writeAll(int file, const Contents &contents) {
   size_t done = 0;
   while (done < contents.size) {
+    errno = ENOSPC;  // where nothing is written and nothing said
     const ssize_t put = write(file, contents.bytes + done, contents.size - done);
     if (put < 0 && errno == EINTR) continue;
     if (put <= 0) return false;
@@ -144,8 +154,9 @@ int copyToMemory(int source) {
   int number = memfd_create("extension", kFlags | kExecutable);
   if (number < 0 && errno == EINVAL) number = memfd_create("extension", kFlags);
   Descriptor memory(number);
+  if (!memory.isOpen()) return -1;
   const Contents library(source);
-  if (!memory.isOpen() || library.bytes == nullptr) return -1;
+  if (library.bytes == nullptr) return -1;
   bindToItself(library.bytes, library.size);
   if (!writeAll(memory.get(), library)) return -1;
   fcntl(memory.get(), F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_GROW | F_SEAL_SHRINK | F_SEAL_SEAL);
@@ -171,6 +182,7 @@ bool findUnusedPath(Descriptor *memory, char *path) {
     if (other < 0) return false;
     memory->reset(other);
   }
+  errno = EBUSY;
   return false;
 }
 

@@ -40,12 +40,9 @@ bool ThreadHolds::grow() {
 }
 
 void ThreadHolds::remove(uint32_t *count) {
-  for (uint32_t i = 0; i < used_; ++i) {
-    if (&entries()[i].count == count) {
-      entries()[i] = entries()[--used_];
-      return;
-    }
-  }
+  uint32_t i = 0;
+  while (&entries()[i].count != count) ++i;
+  entries()[i] = entries()[--used_];
 }
 
 void ThreadHolds::takeNumber() {

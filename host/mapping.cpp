@@ -13,7 +13,7 @@ bool MemoryAccount::reserve(uint64_t bytes) {
   uint64_t reserved = reserved_.load(std::memory_order_relaxed);
   do {
     if (bytes > UINT64_MAX - reserved) return false;
-    if (limit_ != 0 && (reserved > limit_ || bytes > limit_ - reserved)) return false;
+    if (limit_ != 0 && bytes > limit_ - reserved) return false;
     // With the release in cancel(): what made room here is off `taken_` before
     // this is on it.
   } while (!reserved_.compare_exchange_weak(reserved, reserved + bytes, std::memory_order_acquire,

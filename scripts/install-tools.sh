@@ -10,8 +10,9 @@ for job in "$@"; do
     build) wanted="$wanted cmake make g++" ;;
     test)
       wanted="$wanted libgtest-dev libgmock-dev binutils clang abigail-tools"
-      wanted="$wanted dpkg-dev file lintian pkg-config doxygen gdb groff-base"
+      wanted="$wanted dpkg-dev file lintian pkg-config doxygen gdb groff-base python3"
       ;;
+    coverage) wanted="$wanted gcovr python3" ;;
     package) wanted="$wanted dpkg-dev file" ;;
     reference) wanted="$wanted doxygen" ;;
     bench)
