@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan coverage bench bench-quick package reference format lint clean
+.PHONY: all demo test test-release test-asan test-tsan coverage bench bench-quick bench-hostile package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -48,6 +48,15 @@ bench bench-quick:
 	mkdir -p build/bench
 	build/release/bin/morva_bench $(plan) build/bench/samples.csv
 	python3 bench/suite/report.py build/bench/samples.csv build/bench/report
+
+# A million keys in one bucket, under every hash method. Takes long.
+bench-hostile:
+	sh scripts/install-tools.sh build bench
+	cmake --preset release -DMORVA_BUILD_BENCH=ON -DMORVA_BUILD_TESTS=OFF
+	cmake --build --preset release --parallel $(JOBS) --target hostile_keys
+	mkdir -p build/bench
+	build/release/bin/hostile_keys build/bench/hostile.csv
+	python3 bench/hostile/report.py build/bench/hostile.csv build/bench/hostile.svg
 
 # The Debian packages, in build/package.
 package:
