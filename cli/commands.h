@@ -10,6 +10,8 @@ void runSum(const Options &options);
 void runDistinct(const Options &options);
 void runJoin(const Options &options);
 void runGenerate(const Options &options);
+void runCheckExtension(const Options &options);
+void runCheckHost(const Options &options);
 void runHelp(const Options &options);
 void runVersion(const Options &options);
 

@@ -16,6 +16,8 @@ Commands:
   distinct   the first row of every value of a column
   join       the rows of two files that agree in a column
   generate   a file of made-up orders to try things on
+  check-extension  whether a library is an extension as the headers promise
+  check-host  whether a library has a host as the headers promise
   help       this text, or with the name of a command its own
 
 The values come out in the order in which they were first seen. Everything is
@@ -26,7 +28,7 @@ kept in a table of the library libmorva.so, in memory.
 
 morva --version tells the versions of the program and of the library.
 Exit status: 0 done; 1 something is wrong with the data, the library or the
-machine; 2 the command line is wrong.
+machine, or a check has not passed; 2 the command line is wrong.
 )";
 
 constexpr const char *kColumns = R"(
@@ -143,6 +145,54 @@ file everywhere.
   $ morva generate --rows 1000 --groups 20 --seed 7 | morva count --by customer
 )";
 
+constexpr const char *kCheckExtension =
+    R"(Usage: morva check-extension FILE [OPTION...]
+       morva check-extension --list
+
+Tries whether the shared library FILE is an extension as the C headers of Morva
+promise one: loads it, makes tables on a host that writes down every call, and
+compares what it does, gives back and leaves alone. Nothing is asked for but
+what the headers promise of any extension; what it costs is not measured.
+)";
+
+constexpr const char *kCheckHost = R"(Usage: morva check-host FILE [OPTION...]
+       morva check-host --list
+
+Tries whether the host in the shared library FILE is one as the C headers of
+Morva promise: its pools, locks and companions, alone and below an extension.
+The library exports MORVAHostForCheck, see <morva/check_host.h>.
+)";
+
+constexpr const char *kChecks = R"(
+Every check has a name and runs in a process of its own: a library may crash or
+hang, and the next check runs all the same. Run it on files you trust.
+
+  --only NAME        that check only, or with a name that ends in a dot all
+                     that start so; may be repeated. The checks without which
+                     nothing else makes sense run along
+  --time-limit SECONDS  the most time for one check, 1 to 3600; 20 by default
+  --json             the report as one JSON object
+  --list             print the checks and what each promises, and run none
+)";
+
+constexpr const char *kCheckExtensionEnd = R"(
+Exit status: 0 all is well; 1 a check has failed, crashed or not come back.
+
+  $ morva check-extension ./libmine.so --only version. --only routines.cases
+  $ morva check-extension ./libmine.so --only sums. --json | grep -c promise
+  $ morva check-extension --list | grep '^sums'
+)";
+
+constexpr const char *kCheckHostEnd =
+    R"(  --library FILE     the extension that the host is tried with; else the
+                     environment variable MORVA_LIBRARY, else the one that
+                     belongs to the program
+
+Exit status: 0 all is well; 1 a check has failed, crashed or not come back.
+
+  $ morva check-host --list | head -n 1
+)";
+
 constexpr const char *kHelp = R"(Usage: morva help [COMMAND]
 
 Prints what a command does, with its options and with examples.
@@ -160,6 +210,10 @@ std::string helpText(const std::string &topic) {
   if (topic == "distinct") return kDistinct + columns + kOneFile + kInput;
   if (topic == "join") return kJoin + columns + kInput;
   if (topic == "generate") return kGenerate;
+  if (topic == "check-extension") {
+    return std::string(kCheckExtension) + kChecks + kCheckExtensionEnd;
+  }
+  if (topic == "check-host") return std::string(kCheckHost) + kChecks + kCheckHostEnd;
   if (topic == "help") return kHelp;
   return kOverview;
 }

@@ -31,8 +31,10 @@ std::vector<fs::path> besideProgram() {
           prefix / MORVA_CLI_LIBDIR / kFileName};
 }
 
-std::string chooseFile(const std::string &asked) {
-  if (!asked.empty()) return asked;
+}  // namespace
+
+std::string Library::chosenFile(const std::string &file) {
+  if (!file.empty()) return file;
   if (const char *variable = std::getenv("MORVA_LIBRARY"); variable != nullptr && *variable != 0) {
     return variable;
   }
@@ -43,15 +45,13 @@ std::string chooseFile(const std::string &asked) {
   return kFileName;
 }
 
-}  // namespace
-
 Library::Library(const std::string &file, uint64_t memoryLimit) : memoryLimit_(memoryLimit) {
   QZHostOptions options = QZ_HOST_OPTIONS_DEFAULT;
   options.memoryLimit = memoryLimit;
   host_ = QZHostCreate(&options);
   if (host_ == nullptr) throw OutOfMemory("there is no memory for the host");
   try {
-    load(chooseFile(file));
+    load(chosenFile(file));
   } catch (...) {
     QZHostDestroy(host_, nullptr);
     throw;

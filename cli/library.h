@@ -20,6 +20,9 @@ class Library {
   Library(const Library &) = delete;
   Library &operator=(const Library &) = delete;
 
+  // The file that a Library made with `file` would load.
+  static std::string chosenFile(const std::string &file);
+
   MORVAExt *extension() const { return extension_; }
   const std::string &file() const { return file_; }
 

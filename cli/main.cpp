@@ -24,6 +24,10 @@ void run(const Options &options) {
       return runJoin(options);
     case Command::kGenerate:
       return runGenerate(options);
+    case Command::kCheckExtension:
+      return runCheckExtension(options);
+    case Command::kCheckHost:
+      return runCheckHost(options);
     case Command::kHelp:
       return runHelp(options);
     case Command::kVersion:

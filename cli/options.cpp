@@ -23,6 +23,7 @@ constexpr unsigned kOfSum = bit(Command::kSum);
 constexpr unsigned kOfDistinct = bit(Command::kDistinct);
 constexpr unsigned kOfJoin = bit(Command::kJoin);
 constexpr unsigned kOfGenerate = bit(Command::kGenerate);
+constexpr unsigned kOfChecks = bit(Command::kCheckExtension) | bit(Command::kCheckHost);
 constexpr unsigned kOfTables = kOfCount | kOfSum | kOfDistinct | kOfJoin;
 
 struct CommandName {
@@ -31,8 +32,10 @@ struct CommandName {
 };
 
 constexpr CommandName kCommands[] = {
-    {"count", Command::kCount}, {"sum", Command::kSum},           {"distinct", Command::kDistinct},
-    {"join", Command::kJoin},   {"generate", Command::kGenerate}, {"help", Command::kHelp},
+    {"count", Command::kCount},          {"sum", Command::kSum},
+    {"distinct", Command::kDistinct},    {"join", Command::kJoin},
+    {"generate", Command::kGenerate},    {"check-extension", Command::kCheckExtension},
+    {"check-host", Command::kCheckHost}, {"help", Command::kHelp},
 };
 
 std::optional<Command> commandNamed(string_view name) {
@@ -149,9 +152,20 @@ constexpr OptionEntry kOptions[] = {
      [](Options &o, string_view, string_view) { o.skipBad = true; }},
     {"--memory-limit", "SIZE", kOfTables, false,
      [](Options &o, string_view name, string_view v) { o.memoryLimit = sizeInBytes(name, v); }},
-    {"--library", "FILE", kOfTables | bit(Command::kVersion), false,
+    {"--library", "FILE", kOfTables | bit(Command::kCheckHost) | bit(Command::kVersion), false,
      [](Options &o, string_view name, string_view v) { o.library = nonEmpty(name, v); }},
     {"--stats", "", kOfTables, false, [](Options &o, string_view, string_view) { o.stats = true; }},
+    {"--only", "NAME", kOfChecks, true,
+     [](Options &o, string_view name, string_view v) { o.only.push_back(nonEmpty(name, v)); }},
+    {"--time-limit", "SECONDS", kOfChecks, false,
+     [](Options &o, string_view name, string_view v) {
+       static constexpr const char *kExpected = "a number of seconds, 1 to 3600";
+       o.timeLimit = wholeNumber(name, v, 1, kExpected);
+       if (o.timeLimit > 3600) refuseValue(name, v, kExpected);
+     }},
+    {"--json", "", kOfChecks, false, [](Options &o, string_view, string_view) { o.json = true; }},
+    {"--list", "", kOfChecks, false,
+     [](Options &o, string_view, string_view) { o.listChecks = true; }},
     {"--rows", "N", kOfGenerate, false,
      [](Options &o, string_view name, string_view v) {
        o.rows = wholeNumber(name, v, 1, "a number of rows, at least 1");
@@ -272,6 +286,10 @@ class Parser {
         require("--rows");
         takeNoFiles();
         break;
+      case Command::kCheckExtension:
+      case Command::kCheckHost:
+        takeOneLibrary();
+        break;
       case Command::kHelp:
         takeTopic();
         break;
@@ -292,6 +310,19 @@ class Parser {
            " are given");
     }
     if (options_.files.empty()) options_.files.emplace_back("-");
+  }
+
+  void takeOneLibrary() {
+    if (options_.listChecks) {
+      for (const string_view other : {"--json", "--only", "--time-limit"}) {
+        if (seen_.contains(other)) fail("option --list does not go with " + std::string(other));
+      }
+      return takeNoFiles();
+    }
+    if (options_.files.size() != 1) {
+      fail(called() + " takes one FILE, and " + std::to_string(options_.files.size()) +
+           (options_.files.size() == 1 ? " is given" : " are given"));
+    }
   }
 
   void takeTwoFiles() {

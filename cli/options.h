@@ -11,7 +11,17 @@
 
 namespace morva::cli {
 
-enum class Command { kCount, kSum, kDistinct, kJoin, kGenerate, kHelp, kVersion };
+enum class Command {
+  kCount,
+  kSum,
+  kDistinct,
+  kJoin,
+  kGenerate,
+  kCheckExtension,
+  kCheckHost,
+  kHelp,
+  kVersion
+};
 
 struct Options {
   Command command = Command::kHelp;
@@ -39,6 +49,12 @@ struct Options {
   uint64_t rows = 0;
   std::optional<uint64_t> groups;
   uint64_t seed = 1;
+
+  // Of the checks: names of those to run, all if there are none; seconds for each.
+  std::vector<std::string> only;
+  uint64_t timeLimit = 20;
+  bool listChecks = false;
+  bool json = false;
 
   // What help was asked for: the name of a command, or empty.
   std::string topic;

@@ -15,11 +15,12 @@ trap 'rm -rf "$work"' EXIT
 mkdir "$work/bin" || exit 1
 cp -R "$directory" "$work/files" || exit 1
 ln -s "$MORVA" "$work/bin/morva" || exit 1
+ln -s "$MORVA_LIBRARY" "$work/files/libmine.so" || exit 1
 PATH=$work/bin:$PATH
 LC_ALL=C
 export PATH LC_ALL
 
-for topic in '' count sum distinct join generate help; do
+for topic in '' count sum distinct join generate check-extension check-host help; do
   # $topic stands without quotes so that none is given for the overview.
   morva help $topic | sed -n 's/^  \$ //p' >"$work/examples"
   [ -s "$work/examples" ] || echo "no examples for $topic"
