@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan coverage bench bench-quick bench-hostile package reference format lint clean
+.PHONY: all demo test test-release test-asan test-tsan fuzz coverage bench bench-quick bench-hostile package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -20,6 +20,14 @@ test-release test-asan test-tsan: test-%: build/%/.tools
 	cmake --preset $* -DMORVA_BUILD_TESTS=ON
 	cmake --build --preset $* --parallel $(JOBS) $(if $(filter tsan,$*),--target thread_tests)
 	ctest --preset $* --parallel $(JOBS)
+
+# Every fuzzer for some seconds: new findings fail it. See tests/fuzz.
+FUZZ_SECONDS ?= 60
+fuzz:
+	sh scripts/install-tools.sh build fuzz
+	cmake --preset fuzz
+	cmake --build --preset fuzz --parallel $(JOBS)
+	sh scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
 build/%/.tools:
 	sh scripts/install-tools.sh build test
@@ -72,12 +80,12 @@ reference:
 	cmake --build --preset release --target reference
 
 format:
-	find include src host cli examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' | xargs clang-format -i
+	find include src host recording cli examples bench tests -name '*.h' -o -name '*.hpp' -o -name '*.cpp' -o -name '*.c' | xargs clang-format -i
 
 lint:
 	sh scripts/install-tools.sh build test lint
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint '$(CURDIR)/(src|host|cli)/.*\.cpp'
+	run-clang-tidy -quiet -p build/lint '$(CURDIR)/(src|host|cli|recording)/.*\.cpp'
 
 clean:
 	rm -rf build

@@ -282,8 +282,9 @@ void RecordReader::refuseTextAfterQuote(size_t at) {
 
 void RecordReader::finishQuoted(Record &record, size_t recordEnd) {
   record.fields.clear();
-  for (const Span &span : spans_) record.fields.push_back(unescape(span));
+  // Before fields are moved about where they stand.
   line_ += lineBreaks(begin_, recordEnd);
+  for (const Span &span : spans_) record.fields.push_back(unescape(span));
   if (recordEnd < end_ && buffer_[recordEnd] == '\r') ++recordEnd;
   passLine(recordEnd);
 }

@@ -67,15 +67,31 @@ void Writer::put(std::string_view text) {
   buffer_ += text;
 }
 
+// Whether a row that begins with `field` could be taken for a comment.
 bool Writer::looksLikeComment(std::string_view field) const {
-  return !comment_.empty() && field.starts_with(comment_);
+  if (comment_.empty()) return false;
+  const size_t cut = comment_.find(dialect_.delimiter);
+  return cut == std::string::npos ? field.starts_with(comment_)
+                                  : field == std::string_view(comment_).substr(0, cut);
+}
+
+// Whether a row could be taken for a comment once further fields follow this text of whole ones.
+bool Writer::startsComment(std::string_view text) const {
+  return comment_.size() > text.size() && comment_[text.size()] == dialect_.delimiter &&
+         comment_.starts_with(text);
+}
+
+// Whether readers would drop the start of a row that begins so, as that of the file.
+bool Writer::looksLikeMark(std::string_view text) const {
+  return rows_ == 0 && text.starts_with("\xEF\xBB\xBF");
 }
 
 void Writer::field(std::string_view text) {
   const bool first = !rowStarted_;
   startField(text);
-  if (first && dialect_.quotes && looksLikeComment(text)) {
+  if (first && dialect_.quotes && (looksLikeComment(text) || looksLikeMark(text))) {
     encodeQuoted(text, buffer_);
+    loneEmptyField_ = false;
   } else {
     encodeField(text, dialect_, buffer_);
   }
@@ -99,7 +115,14 @@ void Writer::encoded(std::string_view text) {
 void Writer::record(const Record &record, const Dialect &dialect) {
   // A carriage return at the end would become part of the line end.
   if (record.plain && dialect == dialect_ && !record.text.ends_with('\r')) {
-    encoded(record.text);
+    if (dialect_.quotes && !rowStarted_ &&
+        (looksLikeMark(record.text) || startsComment(record.text))) {
+      // It may have been cut into its first fields only.
+      field(record.fields.front());
+      append(record.text.substr(record.fields.front().size()));
+    } else {
+      encoded(record.text);
+    }
     return;
   }
   for (const std::string_view text : record.fields) field(text);

@@ -16,8 +16,9 @@ void encodeField(std::string_view field, const Dialect &dialect, std::string &to
 
 class Writer {
  public:
-  // `fd` stays the caller's; `name` is what messages call it. No row will look like a comment that
-  // starts with `comment`, where the dialect has quotes to prevent it.
+  // `fd` stays the caller's; `name` is what messages call it. Where the dialect has quotes to
+  // prevent it, no row will look like a comment that starts with `comment`, and none begins the
+  // file with what looks like a byte order mark.
   Writer(int fd, std::string name, Dialect dialect, std::string comment = {});
   Writer(const Writer &) = delete;
   Writer &operator=(const Writer &) = delete;
@@ -49,6 +50,8 @@ class Writer {
   void startField(std::string_view text);
   void put(std::string_view text);
   bool looksLikeComment(std::string_view field) const;
+  bool startsComment(std::string_view text) const;
+  bool looksLikeMark(std::string_view text) const;
   void writeOut(const char *data, size_t size);
 
   int fd_;

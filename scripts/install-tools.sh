@@ -19,6 +19,7 @@ for job in "$@"; do
       wanted="$wanted libboost1.81-dev libabsl-dev robin-map-dev libtsl-ordered-map-dev"
       wanted="$wanted libglib2.0-dev uthash-dev libjudy-dev pkg-config python3"
       ;;
+    fuzz) wanted="$wanted clang libclang-rt-dev libgtest-dev libgmock-dev" ;;
     lint) wanted="$wanted clang clang-tidy" ;;
     demo) wanted="$wanted tzdata gawk" ;;
     *)

@@ -122,6 +122,15 @@ TEST(Reader, CountsLinesWithThoseInsideFieldsAndThoseSkipped) {
   EXPECT_THAT(lines, ElementsAre(2, 4, 7, 8));
 }
 
+TEST(Reader, CountsLinesBehindDoubledQuotesOnce) {
+  const TempFile file("\"\"\"\n\"\n\"a\"\"\r\n\n\",b\nc\n");
+  RecordReader reader(file.path(), {});
+  Record record;
+  std::vector<uint64_t> lines;
+  while (reader.next(record)) lines.push_back(record.line);
+  EXPECT_THAT(lines, ElementsAre(1, 3, 6));
+}
+
 TEST(Reader, TellsPlainRecordsFromThoseWithQuotes) {
   const TempFile file("a,b\n\"a\",b\nc,d\r\n");
   RecordReader reader(file.path(), {});

@@ -97,6 +97,73 @@ TEST(Writer, QuotesAFirstFieldThatLooksLikeAComment) {
   EXPECT_EQ(writtenWith(kTsv), "//a\t//b\n/\t/\n//\"\n\n");
 }
 
+TEST(Writer, QuotesAFirstFieldThatLooksLikeTheStartOfAComment) {
+  const auto writtenWith = [](const char *comment) {
+    const TempFile file;
+    Writer writer(file.fd(), "file", kCsv, comment);
+    for (const Row &row : Rows{{"a", "b"}, {"ab", "c"}, {"", "b"}, {""}}) {
+      for (const std::string &field : row) writer.field(field);
+      writer.endRow();
+    }
+    writer.flush();
+    return file.content();
+  };
+  EXPECT_EQ(writtenWith("a,b"), "\"a\",b\nab,c\n,b\n\"\"\n");
+  EXPECT_EQ(writtenWith(",b"), "a,b\nab,c\n\"\",b\n\"\"\n");
+}
+
+TEST(Writer, QuotesARecordThatWhatFollowsItWouldMakeAComment) {
+  const auto writtenWith = [](const char *comment) {
+    const TempFile file;
+    Writer writer(file.fd(), "file", kCsv, comment);
+    for (const std::string_view text : {"a", "a,b", "ab", ""}) {
+      Record record;
+      record.text = text;
+      record.fields = {text.substr(0, text.find(','))};
+      writer.record(record, kCsv);
+      writer.append(",b,c");
+      writer.endRow();
+    }
+    writer.flush();
+    return file.content();
+  };
+  EXPECT_EQ(writtenWith("a,b"), "\"a\",b,c\na,b,b,c\nab,b,c\n,b,c\n");
+  EXPECT_EQ(writtenWith("a,b,b"), "\"a\",b,c\n\"a\",b,b,c\nab,b,c\n,b,c\n");
+  EXPECT_EQ(writtenWith(",b"), "a,b,c\na,b,b,c\nab,b,c\n\"\",b,c\n");
+  EXPECT_EQ(writtenWith("a"), "a,b,c\na,b,b,c\nab,b,c\n,b,c\n");
+}
+
+TEST(Writer, QuotesAFirstFieldThatLooksLikeAByteOrderMark) {
+  EXPECT_EQ(written({{"\xEF\xBB\xBF"
+                      "a",
+                      "b"},
+                     {"\xEF\xBB\xBF", "c"}}),
+            "\"\xEF\xBB\xBF"
+            "a\",b\n\xEF\xBB\xBF,c\n");
+  EXPECT_EQ(written({{"\xEF\xBB\xBF"
+                      "a"}},
+                    kTsv),
+            "\xEF\xBB\xBF"
+            "a\n");
+  // A row passed on as it was read, whatever it was cut into.
+  const TempFile file;
+  Writer writer(file.fd(), "file", kCsv);
+  Record record;
+  record.text =
+      "\xEF\xBB\xBF"
+      "a,b,c";
+  record.fields = {record.text.substr(0, 4)};
+  for (int row = 0; row < 2; ++row) {
+    writer.record(record, kCsv);
+    writer.endRow();
+  }
+  writer.flush();
+  EXPECT_EQ(file.content(),
+            "\"\xEF\xBB\xBF"
+            "a\",b,c\n\xEF\xBB\xBF"
+            "a,b,c\n");
+}
+
 TEST(Writer, WritesNumbersInTheirShortestForm) {
   const TempFile file;
   Writer writer(file.fd(), "file", kCsv);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "instance_checker.h"
 #include "tree_walk.h"
@@ -39,11 +41,20 @@ const TableDriver::Operation TableDriver::kOperations[] = {
 
 TableDriver::TableDriver(HostUnderTest &host, const TableShape &shape, uint64_t seed,
                          size_t keyCount)
+    : TableDriver(host, shape, std::make_shared<std::mt19937_64>(seed), keyCount) {}
+
+TableDriver::TableDriver(HostUnderTest &host, const TableShape &shape,
+                         const std::shared_ptr<std::mt19937_64> &random, size_t keyCount)
+    : TableDriver(host, shape, makeKeys(shape, keyCount, *random),
+                  [random](uint64_t n) { return (*random)() % n; }) {}
+
+TableDriver::TableDriver(HostUnderTest &host, const TableShape &shape,
+                         std::vector<std::string> keys, Choices choices)
     : host_(host),
       shape_(shape),
-      random_(seed),
+      choices_(std::move(choices)),
       model_(shape),
-      keys_(makeKeys(shape, keyCount, random_)),
+      keys_(std::move(keys)),
       inst_(makeInstance(host.ext(), shape)) {
   if (inst_ == nullptr) return;
   for (const std::string &key : keys_) {
@@ -63,7 +74,7 @@ TableDriver::~TableDriver() {
 void TableDriver::step() {
   // The table fills for a while, then empties for a while.
   const uint64_t phase = std::max<uint64_t>(500, 5 * keys_.size());
-  const bool filling = steps_++ / phase % 2 == 0;
+  const bool filling = steps_ / phase % 2 == 0;
   static const uint64_t total = [] {
     uint64_t sum = 0;
     for (const Operation &operation : kOperations) sum += static_cast<uint64_t>(operation.weight);
@@ -81,6 +92,16 @@ void TableDriver::step() {
       (filling ? operation->run == &TableDriver::remove || operation->run == &TableDriver::removeDup
                : operation->run == &TableDriver::add) &&
       !oneIn(4));
+  make(static_cast<size_t>(operation - kOperations));
+}
+
+size_t TableDriver::operationCount() {
+  return std::size(kOperations);
+}
+
+void TableDriver::make(size_t number) {
+  const Operation *operation = &kOperations[number];
+  ++steps_;
   if (history_.size() == kHistory) history_.erase(history_.begin());
   history_.push_back(operation->name);
   (this->*operation->run)();
@@ -130,13 +151,14 @@ const std::string *TableDriver::presentKey() {
 
 std::string TableDriver::anyData() {
   std::string data(shape_.dataLength, '\0');
-  for (char &c : data) c = static_cast<char>(random_());
+  for (char &c : data) c = static_cast<char>(below(256));
   return data;
 }
 
 int32_t TableDriver::lengthOf(const std::string &key) {
   // Defined keys have no length to tell; whatever is said must not matter.
-  return shape_.rawKeys() ? static_cast<int32_t>(key.size()) : static_cast<int32_t>(random_());
+  return shape_.rawKeys() ? static_cast<int32_t>(key.size())
+                          : static_cast<int32_t>(below(UINT64_C(1) << 32));
 }
 
 char *TableDriver::dataAt(const std::string &key, size_t index) {

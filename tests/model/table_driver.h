@@ -1,9 +1,11 @@
-// Drives one table through random operations, each of them made on the model
-// too, and compares every answer. Failures are reported through GoogleTest.
+// Drives one table through random or chosen operations, each of them made on the
+// model too, and compares every answer. Failures are reported through GoogleTest.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -15,8 +17,14 @@ namespace morva_test {
 
 class TableDriver {
  public:
+  // Answers a number below `n`.
+  using Choices = std::function<uint64_t(uint64_t n)>;
+
   // Two drivers with one seed on one shape make the same operations.
   TableDriver(HostUnderTest &host, const TableShape &shape, uint64_t seed, size_t keyCount);
+  // On these keys, all different; `choices` says what the operations are made with.
+  TableDriver(HostUnderTest &host, const TableShape &shape, std::vector<std::string> keys,
+              Choices choices);
   ~TableDriver();
   TableDriver(const TableDriver &) = delete;
   TableDriver &operator=(const TableDriver &) = delete;
@@ -26,6 +34,9 @@ class TableDriver {
 
   // One random operation.
   void step();
+  // The operation of that number.
+  void make(size_t operation);
+  static size_t operationCount();
 
   // Holds the whole instance against the model; empty when all is well.
   std::string check();
@@ -55,7 +66,9 @@ class TableDriver {
   static const Operation kOperations[];
 
   // table_driver.cpp
-  uint64_t below(uint64_t n) { return random_() % n; }
+  TableDriver(HostUnderTest &host, const TableShape &shape,
+              const std::shared_ptr<std::mt19937_64> &random, size_t keyCount);
+  uint64_t below(uint64_t n) { return choices_(n); }
   bool oneIn(uint64_t n) { return below(n) == 0; }
   const std::string &anyKey();
   const std::string *presentKey();
@@ -92,7 +105,7 @@ class TableDriver {
 
   HostUnderTest &host_;
   TableShape shape_;
-  std::mt19937_64 random_;
+  Choices choices_;
   TableModel model_;
   std::vector<std::string> keys_;
   std::map<std::string, uint32_t> bucketOf_;

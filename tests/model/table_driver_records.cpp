@@ -201,7 +201,7 @@ void TableDriver::poke() {
   std::vector<Record> &chain = model_.find(*key)->chain;
   const size_t index = below(chain.size());
   const size_t at = below(shape_.dataLength);
-  const char value = static_cast<char>(random_());
+  const char value = static_cast<char>(below(256));
   dataAt(*key, index)[at] = value;
   chain[index].data[at] = value;
 }

@@ -21,7 +21,7 @@ INSTANTIATE_TEST_SUITE_P(EveryKeyMode, AllOperations,
 void watch(MORVAInst *inst, const TableShape &shape, const std::atomic<size_t> &working) {
   const uint32_t slotSize = shape.keyMode == KeyMode::variable ? 0 : inst->RecSize(inst);
   uint64_t memory = 0;
-  while (working != 0) {
+  while (working != 0 && !testing::Test::HasFailure()) {
     EXPECT_EQ(inst->HashSize(inst), 4u);
     EXPECT_LT(inst->NumElements(inst), 1u << 20);
     EXPECT_LT(inst->BucketSize(inst, 3), 1u << 20);
@@ -40,7 +40,7 @@ void watch(MORVAInst *inst, const TableShape &shape, const std::atomic<size_t> &
 void compare(MORVAInst *one, MORVAInst *two, const TableShape &shape,
              const std::atomic<size_t> &working) {
   const MORVAStatus expected = shape.keyMode == KeyMode::variable ? MORVA_INVALID : MORVA_OK;
-  while (working != 0) {
+  while (working != 0 && !testing::Test::HasFailure()) {
     uint32_t equal = 0;
     EXPECT_EQ(one->Equals(one, two, &equal), expected);
     EXPECT_LE(equal, 1u);
