@@ -3,7 +3,7 @@
 
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test test-release test-asan test-tsan fuzz coverage bench bench-quick bench-hostile package reference format lint clean
+.PHONY: all demo test test-release test-asan test-tsan fuzz mutants coverage bench bench-quick bench-hostile package reference format lint clean
 
 all: build/release/.tools
 	cmake --preset release
@@ -28,6 +28,12 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz --parallel $(JOBS)
 	sh scripts/fuzz.sh build/fuzz $(FUZZ_SECONDS)
+
+# The sources broken in small ways, one at a time: do the tests notice? What can be
+# chosen says `scripts/mutants.py --help`.
+MUTANTS ?= --sample 300 --seed 5
+mutants: build/mutants/.tools
+	python3 scripts/mutants.py $(MUTANTS)
 
 build/%/.tools:
 	sh scripts/install-tools.sh build test

@@ -109,10 +109,10 @@ class Cell {
     const uint32_t result = operation_.call(world_);
     // An add that finds it present stores nothing.
     world_.uncountedIsBare = result == MORVA_PRESENT;
-    const bool present = result == MORVA_PRESENT && !world_.has(flagMultiData);
     const bool isAdd = operation_.slot == offsetof(MORVAInst, Add) ||
                        std::strstr(operation_.name, "Add") != nullptr;
-    if (isAdd ? !present && !world_.has(flagMultiData) : result != MORVA_OK) {
+    const bool isFound = isAdd && !world_.has(flagMultiData);
+    if (result != (isFound ? MORVA_PRESENT : MORVA_OK)) {
       return "the second try answered another result";
     }
     return world_.check(unmatched_);
