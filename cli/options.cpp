@@ -323,6 +323,8 @@ class Parser {
       fail(called() + " takes one FILE, and " + std::to_string(options_.files.size()) +
            (options_.files.size() == 1 ? " is given" : " are given"));
     }
+    // The loader takes an empty name for the program itself.
+    if (options_.files[0].empty()) fail("the name of FILE is empty");
   }
 
   void takeTwoFiles() {

@@ -128,17 +128,27 @@ bool canFail(Call call) {
   }
 }
 
+// Far more than any test makes.
+constexpr size_t kLongestLog = size_t{1} << 22;
+constexpr size_t kMostComplaints = 1000;
+
 void State::record(const Event &event) {
   {
     Guard guard(mutex);
-    if (keepLog) events.push_back(event);
+    if (keepLog && events.size() < kLongestLog) {
+      events.push_back(event);
+    } else if (keepLog) {
+      // An extension that calls without end must not take all memory.
+      keepLog = false;
+      complaints.emplace_back("more calls than can be written down");
+    }
   }
   if (owner.onEvent) owner.onEvent(event);
 }
 
 void State::complain(const std::string &text) {
   Guard guard(mutex);
-  complaints.push_back(text);
+  if (complaints.size() < kMostComplaints) complaints.push_back(text);
 }
 
 bool State::fails(Call call) {

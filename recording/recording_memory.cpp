@@ -7,6 +7,13 @@
 #include "recording_state.h"
 
 #if defined(__SANITIZE_ADDRESS__)
+#define MORVA_RECORDING_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define MORVA_RECORDING_ASAN 1
+#endif
+#endif
+#ifdef MORVA_RECORDING_ASAN
 #include <sanitizer/asan_interface.h>
 #define MORVA_RECORDING_POISON(address, size) ASAN_POISON_MEMORY_REGION(address, size)
 #define MORVA_RECORDING_UNPOISON(address, size) ASAN_UNPOISON_MEMORY_REGION(address, size)

@@ -111,8 +111,17 @@ void tellsTheCompanions(const Subject &subject) {
   for (const bool keep : {false, true}) {
     fill(table);
     lab.host.forget();
+    bool early = false, late = false;
+    lab.host.onEvent = [&](const Event &event) {
+      if (event.text != "order") return;
+      // Clear2 has emptied the list before, a record at a time.
+      if (event.call == Call::acquire) early = !keep && table->orderList->head == nullptr;
+      if (event.call == Call::release) late = table->orderList->head != nullptr;
+    };
     expectStatus(keep ? table->Clear2(table.get()) : table->Clear(table.get()), MORVA_OK,
                  "clearing");
+    lab.host.onEvent = nullptr;
+    expect(!early && !late, "the head of the order list is not set to 0 under its lock");
     expect(table->orderList->head == nullptr, "the head of the order list is not 0 after a clear");
     if (keep)
       expect(table->tree->head == nullptr, "the tree container's head is not 0 after Clear2");

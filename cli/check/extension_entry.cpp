@@ -56,24 +56,122 @@ void exportsTheRoutines(const Subject &subject) {
   for (const char *name : kRoutines) file.get<void *>(name);
 }
 
-void operationsWorkByName(const Subject &subject) {
+// The exported function NAME, of the type that its declaration says.
+#define MORVA_OPERATION(name) const auto name = file.get<decltype(&::name)>(#name)
+
+void tablesWorkByName(const Subject &subject) {
   Lab lab(subject);
-  const auto create = lab.file.get<decltype(&MORVACreate)>("MORVACreate");
-  const auto add = lab.file.get<decltype(&MORVAAdd)>("MORVAAdd");
-  const auto find = lab.file.get<decltype(&MORVAFind)>("MORVAFind");
-  const auto count = lab.file.get<decltype(&MORVANumElements)>("MORVANumElements");
-  const auto destroy = lab.file.get<decltype(&MORVADestroy)>("MORVADestroy");
+  const SharedFile &file = lab.file;
+  MORVA_OPERATION(MORVACreate);
+  MORVA_OPERATION(MORVAAdd);
+  MORVA_OPERATION(MORVAReplace);
+  MORVA_OPERATION(MORVAFind);
+  MORVA_OPERATION(MORVAFind2);
+  MORVA_OPERATION(MORVAFindNode);
+  MORVA_OPERATION(MORVARecoff);
+  MORVA_OPERATION(MORVAHashVal);
+  MORVA_OPERATION(MORVARemove);
+  MORVA_OPERATION(MORVAEquals);
+  MORVA_OPERATION(MORVAClear);
+  MORVA_OPERATION(MORVAClear2);
+  MORVA_OPERATION(MORVANumElements);
+  MORVA_OPERATION(MORVAHashSize);
+  MORVA_OPERATION(MORVABucketSize);
+  MORVA_OPERATION(MORVARecSize);
+  MORVA_OPERATION(MORVATotalMem);
+  MORVA_OPERATION(MORVADestroy);
   MORVAParms parms = Shape{}.parms();
-  MORVAInst *inst = create(lab.ext, &parms, nullptr, "named");
+  MORVAInst *inst = MORVACreate(lab.ext, &parms, nullptr, "named");
   expect(inst != nullptr, "MORVACreate answered null");
-  const uint64_t data = 17;
-  expectStatus(add(inst, &data, "key", 3), MORVA_OK, "MORVAAdd");
+  const auto expectFound = [](const void *found, uint64_t data, const char *by) {
+    expect(found != nullptr && std::memcmp(found, &data, sizeof data) == 0,
+           std::string(by) + " did not find what was stored");
+  };
+  uint64_t data = 17;
+  expectStatus(MORVAAdd(inst, &data, "key", 3), MORVA_OK, "MORVAAdd");
   void *found = nullptr;
-  expectStatus(find(inst, "key", 3, &found), MORVA_OK, "MORVAFind");
-  expect(found != nullptr && std::memcmp(found, &data, sizeof data) == 0,
-         "MORVAFind did not find what MORVAAdd stored");
-  expectEqual(count(inst), 1U, "MORVANumElements");
-  expectStatus(destroy(inst), MORVA_OK, "MORVADestroy");
+  expectStatus(MORVAFind(inst, "key", 3, &found), MORVA_OK, "MORVAFind");
+  expectFound(found, 17, "MORVAFind");
+  data = 18;
+  expectStatus(MORVAReplace(inst, &data, "key", 3), MORVA_OK, "MORVAReplace");
+  alignas(8) char probe[128] = {};
+  expectStatus(MORVAFind2(inst, "key", 3, reinterpret_cast<RecordNode *>(probe), &found), MORVA_OK,
+               "MORVAFind2");
+  expectFound(found, 18, "MORVAFind2");
+  RecordNode *node = nullptr;
+  uint32_t bucket = 99, other = 98, equal = 17;
+  expectStatus(MORVAFindNode(inst, "key", 3, &node, &bucket), MORVA_OK, "MORVAFindNode");
+  expect(node != nullptr && static_cast<char *>(MORVARecordBase(node)) + MORVARecoff(inst, node) ==
+                                static_cast<char *>(found),
+         "MORVAFindNode and MORVARecoff do not lead to the data");
+  expectStatus(MORVAHashVal(inst, "key", 3, &other), MORVA_OK, "MORVAHashVal");
+  expectEqual(other, bucket, "the bucket that MORVAHashVal names");
+  expectStatus(MORVAEquals(inst, inst, &equal), MORVA_OK, "MORVAEquals");
+  expectEqual(equal, 1U, "the answer of MORVAEquals");
+  expectEqual(MORVANumElements(inst), 1U, "MORVANumElements");
+  expectEqual(MORVAHashSize(inst), 16U, "MORVAHashSize");
+  expectEqual(MORVABucketSize(inst, bucket), 1U, "MORVABucketSize");
+  expectEqual(MORVARecSize(inst), 80U, "MORVARecSize");
+  expectEqual(MORVATotalMem(inst), lab.host.bytesAlive("records"), "MORVATotalMem");
+  expectStatus(MORVARemove(inst, "key", 3), MORVA_OK, "MORVARemove");
+  expectEqual(MORVANumElements(inst), 0U, "MORVANumElements after MORVARemove");
+  for (const auto clear : {MORVAClear2, MORVAClear}) {
+    expectStatus(MORVAAdd(inst, &data, "key", 3), MORVA_OK, "MORVAAdd");
+    expectStatus(clear(inst), MORVA_OK, "MORVAClear or MORVAClear2");
+    expectEqual(MORVANumElements(inst), 0U, "MORVANumElements after a clear");
+  }
+  expectStatus(MORVADestroy(inst), MORVA_OK, "MORVADestroy");
+}
+
+void chainsAndSumsWorkByName(const Subject &subject) {
+  Lab lab(subject);
+  const SharedFile &file = lab.file;
+  MORVA_OPERATION(MORVADefineKey);
+  MORVA_OPERATION(MORVADefineDone);
+  MORVA_OPERATION(MORVAAdd);
+  MORVA_OPERATION(MORVAFind);
+  MORVA_OPERATION(MORVAFindNext);
+  MORVA_OPERATION(MORVAFindPrev);
+  MORVA_OPERATION(MORVAHasNext);
+  MORVA_OPERATION(MORVAHasPrev);
+  MORVA_OPERATION(MORVAReplaceDup);
+  MORVA_OPERATION(MORVARemoveDup);
+  MORVA_OPERATION(MORVASetSumInc);
+  MORVA_OPERATION(MORVASum);
+  MORVA_OPERATION(MORVASumDup);
+  MORVA_OPERATION(MORVASumKey);
+  MORVAInst *inst = createInstance(lab.ext, {.flags = flagSum | flagMultiData});
+  expect(inst != nullptr, "Create answered null");
+  const MORVAKeyDesc field = {8, 1, 0, 0};
+  expectStatus(MORVADefineKey(inst, &field), MORVA_OK, "MORVADefineKey");
+  expectStatus(MORVADefineDone(inst, 0, 8), MORVA_OK, "MORVADefineDone");
+  MORVASetSumInc(inst, 2.5);
+  for (const char *data : {"record 1", "record 2"}) {
+    expectStatus(MORVAAdd(inst, data, "some key", 0), MORVA_OK, "MORVAAdd");
+  }
+  MORVASetSumInc(inst, 0);
+  void *first = nullptr, *next = nullptr, *back = nullptr;
+  expectStatus(MORVAFind(inst, "some key", 0, &first), MORVA_OK, "MORVAFind");
+  expectStatus(MORVAFindNext(inst, first, &next), MORVA_OK, "MORVAFindNext");
+  expect(next != nullptr && std::memcmp(next, "record 2", 8) == 0,
+         "MORVAFindNext did not find the second record");
+  expectStatus(MORVAFindPrev(inst, next, &back), MORVA_OK, "MORVAFindPrev");
+  expect(back == first, "MORVAFindPrev does not lead back");
+  expectEqual(MORVAHasNext(inst, first), 1U, "MORVAHasNext of the first record");
+  expectEqual(MORVAHasPrev(inst, first), 0U, "MORVAHasPrev of the first record");
+  double sum = 0;
+  expectStatus(MORVASum(inst, "some key", 0, &sum), MORVA_OK, "MORVASum");
+  expectEqual(sum, 2.5, "the answer of MORVASum");
+  sum = 0;
+  expectStatus(MORVASumDup(inst, next, &sum), MORVA_OK, "MORVASumDup");
+  expectEqual(sum, 2.5, "the answer of MORVASumDup");
+  sum = 0;
+  expectStatus(MORVASumKey(inst, next, &sum, 0), MORVA_OK, "MORVASumKey");
+  expectEqual(sum, 2.5, "the answer of MORVASumKey");
+  expectStatus(MORVAReplaceDup(inst, next, "record 3"), MORVA_OK, "MORVAReplaceDup");
+  expect(std::memcmp(next, "record 3", 8) == 0, "MORVAReplaceDup did not replace the data");
+  expectStatus(MORVARemoveDup(inst, &next, "some key", 0), MORVA_OK, "MORVARemoveDup");
+  expectEqual(MORVAHasNext(inst, first), 0U, "MORVAHasNext after MORVARemoveDup");
 }
 
 void storesTheTable(const Subject &subject) {
@@ -217,7 +315,10 @@ constexpr Check kChecks[] = {
     {"file.exports-the-routines", "The portable routines and the version record are exported.",
      exportsTheRoutines},
     {"file.operations-work-by-name", "The exported operations work on instances as the slots do.",
-     operationsWorkByName},
+     [](const Subject &subject) {
+       tablesWorkByName(subject);
+       chainsAndSumsWorkByName(subject);
+     }},
     {"entry.stores-the-table",
      "Exported_QZHandle is null at first; qzextent and qzextver store the host's table in it.",
      storesTheTable},

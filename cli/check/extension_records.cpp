@@ -96,6 +96,18 @@ void lieInBlocks(const Subject &subject) {
   }
 }
 
+// From the last one taken on, as they are chained.
+void expectEachLarger(const Lab &lab, void *newest, const std::string &pool) {
+  uint64_t above = 0;
+  for (void *block = newest; block != nullptr; block = *static_cast<void **>(block)) {
+    expect(lab.host.isBlock(block), "the chain of blocks leads to what is no block");
+    const uint64_t size = lab.host.blockSize(block);
+    expect(above == 0 || size < above, "a block of the pool \"" + pool + "\" with " + shown(above) +
+                                           " bytes came after one with " + shown(size));
+    above = size;
+  }
+}
+
 void growByDoubling(const Subject &subject) {
   Lab lab(subject);
   for (const uint32_t flags : {uint32_t{flagFixedKey | flagOrdered}, uint32_t{flagOrdered}}) {
@@ -107,6 +119,8 @@ void growByDoubling(const Subject &subject) {
       expect(lab.host.blocksAlive(pool) <= 10,
              std::string("4000 records took more than ten blocks of the pool \"") + pool + '"');
     }
+    expectEachLarger(lab, table->recordBlocks, "records");
+    expectEachLarger(lab, table->inodeBlocks, "inodes");
     table.destroy();
   }
 }

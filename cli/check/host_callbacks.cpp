@@ -142,9 +142,14 @@ RecordNode *callback(TreeHolder *holder, RecordNode *node) {
   return call.answer;
 }
 
-// The library's container has no use for it.
-RecordNode *fuzzier(TreeHolder *holder, RecordNode *probe, RecordNode **, RecordNode **) {
-  return find(holder, probe);
+// A container may ask for the neighbours, too; no check needs to know.
+RecordNode *fuzzier(TreeHolder *holder, RecordNode *probe, RecordNode **prev, RecordNode **next) {
+  const std::vector<RecordNode *> list = nodesOf(holder->root);
+  const auto from = std::ranges::lower_bound(list, keyOf(probe), {}, keyOf);
+  const auto to = std::ranges::upper_bound(list, keyOf(probe), {}, keyOf);
+  if (prev != nullptr) *prev = from == list.begin() ? nullptr : *(from - 1);
+  if (next != nullptr) *next = to == list.end() ? nullptr : *to;
+  return from == to ? nullptr : *from;
 }
 
 template <int which>

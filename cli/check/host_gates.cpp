@@ -31,7 +31,7 @@ void canBeMade(const Subject &subject) {
 }
 
 void canBeMadeAgain(const Subject &subject) {
-  if (!Host(subject).canBeEnded()) throw NotApplicable("the host cannot be ended");
+  if (checkTable(subject).destroy == nullptr) throw NotApplicable("the host cannot be ended");
   for (int round = 0; round < 100; ++round) {
     Host host(subject);
     HostPool *pool = host.pool();

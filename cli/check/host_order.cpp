@@ -161,14 +161,12 @@ void keepsTheRecord(const Subject &subject) {
 }
 
 void unlinksWhere(const Subject &subject, size_t (*choose)(size_t left)) {
-  static size_t (*where)(size_t);
-  where = choose;
-  onHostsOfBothKinds(subject, [](Host &host) {
+  onHostsOfBothKinds(subject, [choose](Host &host) {
     const Bench bench(host);
     Entries entries(40);
     std::vector<size_t> order = appendAll(bench, entries);
     while (!order.empty()) {
-      const size_t at = where(order.size());
+      const size_t at = choose(order.size());
       expectUnlinked(bench, entries, order[at]);
       order.erase(order.begin() + static_cast<std::ptrdiff_t>(at));
       expectOrder(bench, bench.list, entries, order);

@@ -293,8 +293,9 @@ constexpr Check kChecks[] = {
     {"packer.packers-are-independent", "Each packer has its own fields, whatever others have.",
      areIndependent},
     {"packer.survives-a-refusal",
-     "A field that the packer does not take is refused with an answer other than 0, and both that "
-     "packer and others go on.",
+     "A field that the packer does not take is refused with an answer other than 0; that packer "
+     "can "
+     "be destroyed, and others go on.",
      survivesARefusal},
 };
 

@@ -79,7 +79,7 @@ void Host::endWithNothingLeft() {
   if (canBeEnded()) expectEqual(end(), 0U, "the number of objects left when all were given back");
 }
 
-void onHostsOfBothKinds(const Subject &subject, void (*check)(Host &host)) {
+void onHostsOfBothKinds(const Subject &subject, const std::function<void(Host &host)> &check) {
   Host plain(subject);
   check(plain);
   std::unique_ptr<Host> locked;

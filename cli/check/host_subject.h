@@ -63,7 +63,7 @@ class Host {
 };
 
 // Runs `check` on a host with plain trees and on one with locked trees, if there is such a one.
-void onHostsOfBothKinds(const Subject &subject, void (*check)(Host &host));
+void onHostsOfBothKinds(const Subject &subject, const std::function<void(Host &host)> &check);
 
 // Throws Unmet when a table that `object` begins with has nothing in that slot.
 void expectSlot(const void *object, unsigned slot, const std::string &what);

@@ -14,19 +14,12 @@ namespace {
 constexpr uint32_t kAnyKey = flagNoLock | flagLockOpt | flagOrdered;
 constexpr uint32_t kBoundedKey = kAnyKey | flagSum | flagMultiData;
 
-// The subject is the same for all tables of a check, and onHostsOfBothKinds
-// takes a function that knows the host alone.
-const Subject *current;
-
 void onTables(const Subject &subject, void (*check)(Host &host, const Extension &extension)) {
-  static void (*whole)(Host &, const Extension &);
-  whole = check;
-  current = &subject;
-  onHostsOfBothKinds(subject, [](Host &host) {
-    const DrivingLibrary library(*current);
+  onHostsOfBothKinds(subject, [&](Host &host) {
+    const DrivingLibrary library(subject);
     const Extension extension(library, host);
     expect(extension.get() != nullptr, "the library's entry function answers null");
-    whole(host, extension);
+    check(host, extension);
     extension.destroy();
     host.endWithNothingLeft();
   });

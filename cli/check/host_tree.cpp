@@ -197,14 +197,17 @@ void walksInKeyOrder(const Subject &subject) {
     const TreeBench bench(host);
     // 37 shares no factor with any of them.
     for (const size_t count : {0, 1, 2, 3, 4, 7, 8, 20, 100}) {
+      // A container is of one instance, and sees one array of buckets.
+      TreeContainer *tree = newTree(bench.companion);
       TreeBuckets buckets(1);
       TreeNodes nodes(count);
       std::vector<RecordNode *> expected;
       for (size_t i = 0; i < count; ++i) {
         expected.push_back(nodes.at(i));
-        bench.insert(buckets, 0, nodes.at((i * 37 + 5) % count));
+        tree->insert(tree, buckets.at(0), nodes.at((i * 37 + 5) % count), buckets.array());
       }
-      expectWalk(bench.tree, buckets.at(0), expected);
+      expectWalk(tree, buckets.at(0), expected);
+      tree->destroy(tree);
     }
     bench.end();
   });
@@ -213,16 +216,17 @@ void walksInKeyOrder(const Subject &subject) {
 void readsOnlyWhenItSearches(const Subject &subject) {
   onHostsOfBothKinds(subject, [](Host &host) {
     const TreeBench bench(host);
-    TreeBuckets buckets(1);
     TreeNodes nodes(20);
     std::vector<RecordNode *> expected;
+    // The whole array: it is of one container, which may know where it lies.
+    const TreeBuckets empty(1);
+    const LentBytes lent(empty.words.data(), empty.words.size() * sizeof(uint64_t));
+    Bucket *bucket = MORVABucketAt(lent.as<BucketArray>(), 0);
     for (size_t i = 0; i < 20; ++i) {
-      bench.insert(buckets, 0, nodes.at(i));
+      bench.tree->insert(bench.tree, bucket, nodes.at(i), lent.as<BucketArray>());
       expected.push_back(nodes.at(i));
     }
-    const LentBytes lent(buckets.at(0), sizeof(Bucket));
     lent.lockForReading();
-    auto *bucket = lent.as<Bucket>();
     for (uint64_t i = 0; i < 20; ++i) {
       expect(bench.tree->find(bench.tree, bucket, nodes.probe(i * 10)) == nodes.at(i),
              "find does not answer the node with the key");

@@ -29,7 +29,7 @@ using std::chrono::milliseconds;
 constexpr size_t kLongestDetail = 4096;
 constexpr size_t kLongestOutput = 400;
 // What a check may print before the rest is dropped, so that one that never stops fills no memory.
-constexpr rlim_t kMostOutput = rlim_t{1} << 20;
+constexpr off_t kMostOutput = off_t{1} << 20;
 
 class Descriptor {
  public:
@@ -55,6 +55,27 @@ class Descriptor {
   throw Error(std::string(what) + ": " + std::strerror(errno));
 }
 
+// A new descriptor above those of the standard streams, which the program may have been started
+// without: what is to become one of them, or to stay beside them, must not be one.
+Descriptor aboveStreams(int fd) {
+  if (fd < 0) failSystem("no descriptor can be had");
+  const Descriptor made(fd);
+  Descriptor above(fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (above.get() < 0) failSystem("no descriptor can be had");
+  return above;
+}
+
+// A file for what a check prints. It has its whole size from the start and cannot grow: a limit to
+// the size of files would be one for the library under check, too, whose memory may be files.
+Descriptor makeOutput() {
+  Descriptor output = aboveStreams(memfd_create("check", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (ftruncate(output.get(), kMostOutput) != 0 ||
+      fcntl(output.get(), F_ADD_SEALS, F_SEAL_GROW) != 0) {
+    failSystem("no file in memory can be made");
+  }
+  return output;
+}
+
 // ---- In the check's process ----------------------------------------------------------
 
 // The first byte is the outcome, the rest the detail.
@@ -76,9 +97,6 @@ void settleIn(int output, pid_t parent) {
   if (getppid() != parent) _exit(1);
   const rlimit noCore{0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
-  const rlimit someOutput{kMostOutput, kMostOutput};
-  setrlimit(RLIMIT_FSIZE, &someOutput);
-  signal(SIGXFSZ, SIG_IGN);
   // What sets handlers of its own in the program says nothing about the library under check.
   for (const int number : {SIGPIPE, SIGINT, SIGTERM}) signal(number, SIG_DFL);
   const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
@@ -88,15 +106,20 @@ void settleIn(int output, pid_t parent) {
 }
 
 [[noreturn]] void checkAndEnd(const Check &check, const Subject &subject, int result) {
+  const pid_t process = getpid();
+  const auto say = [=](Outcome outcome, const std::string &detail) {
+    // A copy of the process that the library under check has made has no say.
+    if (getpid() == process) tell(result, outcome, detail);
+  };
   try {
     check.run(subject);
-    tell(result, Outcome::kPassed, "");
+    say(Outcome::kPassed, "");
   } catch (const NotApplicable &reason) {
-    tell(result, Outcome::kNotApplicable, reason.what());
+    say(Outcome::kNotApplicable, reason.what());
   } catch (const std::exception &complaint) {
-    tell(result, Outcome::kFailed, complaint.what());
+    say(Outcome::kFailed, complaint.what());
   } catch (...) {
-    tell(result, Outcome::kFailed, "something unknown was thrown");
+    say(Outcome::kFailed, "something unknown was thrown");
   }
   // Neither the destructors of the program nor those of the library under check.
   _exit(0);
@@ -109,15 +132,17 @@ int millisecondsUntil(Clock::time_point end) {
   return static_cast<int>(std::clamp<long long>(left, 0, 1000000));
 }
 
-// What is in the pipe; whether there can be more.
+// What is in the pipe, or as much of it as a check can have to say; whether there can be more.
 bool drain(int from, std::string &message) {
-  for (;;) {
+  for (size_t taken = 0; taken <= kLongestDetail;) {
     char piece[1024];
     const ssize_t got = read(from, piece, sizeof piece);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return got < 0 && errno == EAGAIN;
-    message.append(piece, static_cast<size_t>(got));
+    taken += static_cast<size_t>(got);
+    if (message.size() <= kLongestDetail) message.append(piece, static_cast<size_t>(got));
   }
+  return true;
 }
 
 // Reads until the process has ended, or to the end of the time. The end of the pipe alone would not
@@ -130,7 +155,7 @@ std::string listen(int from, int process, Clock::time_point end) {
     if (ready < 0 && errno == EINTR) continue;
     if (ready <= 0) return message;
     const bool ended = waiting[1].revents != 0;
-    if (!drain(from, message) || ended) return message;
+    if (!drain(from, message) || ended || Clock::now() >= end) return message;
   }
 }
 
@@ -156,7 +181,8 @@ std::optional<int> awaitEnd(pid_t process, Clock::time_point end) {
 
 // The end of what the check printed, on one line.
 std::string lastWords(int output) {
-  const off_t size = lseek(output, 0, SEEK_END);
+  // Whoever printed has moved the place that all copies of the descriptor share.
+  const off_t size = lseek(output, 0, SEEK_CUR);
   if (size <= 0) return "";
   std::string text(std::min(static_cast<size_t>(size), kLongestOutput), '\0');
   const ssize_t got =
@@ -167,6 +193,12 @@ std::string lastWords(int output) {
     if (static_cast<unsigned char>(character) < ' ') character = ' ';
   }
   return text.empty() ? "" : "; it printed: " + text;
+}
+
+// What the process of a check may say of itself.
+bool isTold(Outcome outcome) {
+  return outcome == Outcome::kPassed || outcome == Outcome::kFailed ||
+         outcome == Outcome::kNotApplicable;
 }
 
 Verdict judge(const std::string &message, std::optional<int> ended, int output) {
@@ -182,6 +214,9 @@ Verdict judge(const std::string &message, std::optional<int> ended, int output) 
     verdict.outcome = Outcome::kCrashed;
     verdict.detail = "it ended the process with status " + std::to_string(WEXITSTATUS(*ended)) +
                      lastWords(output);
+  } else if (!isTold(static_cast<Outcome>(message[0]))) {
+    verdict.outcome = Outcome::kCrashed;
+    verdict.detail = "it wrote to a descriptor that is not its own";
   } else {
     verdict.outcome = static_cast<Outcome>(message[0]);
     verdict.detail = message.substr(1);
@@ -213,10 +248,9 @@ Verdict runAlone(const Check &check, const Subject &subject, milliseconds limit)
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) failSystem("no pipe can be made");
   fcntl(ends[0], F_SETFL, O_NONBLOCK);
-  const Descriptor from(ends[0]);
-  Descriptor to(ends[1]);
-  const Descriptor output(memfd_create("check", MFD_CLOEXEC));
-  if (output.get() < 0) failSystem("no file in memory can be made");
+  const Descriptor from = aboveStreams(ends[0]);
+  Descriptor to = aboveStreams(ends[1]);
+  const Descriptor output = makeOutput();
 
   const Clock::time_point start = Clock::now();
   const Clock::time_point end = start + limit;

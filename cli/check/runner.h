@@ -33,7 +33,8 @@ struct Verdict {
   std::chrono::milliseconds time{0};
 };
 
-// Whatever the check starts or writes ends with it. Throws Error when no process can be made.
+// Whatever the check starts or writes ends with it, but a process that has left its group. Throws
+// Error when no process can be made.
 Verdict runAlone(const Check &check, const Subject &subject, std::chrono::milliseconds limit);
 
 }  // namespace morva::cli::check

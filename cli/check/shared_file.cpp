@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <exception>
+
 namespace morva::cli::check {
 
 SharedFile::SharedFile(const std::string &file)
@@ -10,7 +12,8 @@ SharedFile::SharedFile(const std::string &file)
 }
 
 SharedFile::~SharedFile() {
-  dlclose(handle_);
+  // A library that is found at fault may end the process here; what was found is not told yet.
+  if (std::uncaught_exceptions() == 0) dlclose(handle_);
 }
 
 void *SharedFile::find(const char *name) const {

@@ -49,7 +49,10 @@ MORVA_LAYOUT_SIZE(MORVAHostRequest, 16);
  * the host alone.
  */
 typedef struct MORVAHostKey {
-  /** The fields, as MORVADefineKey is to be given them, in this order. */
+  /**
+   * The fields, as MORVADefineKey is to be given them, in this order. The first few of them alone
+   * are a key, too.
+   */
   const MORVAKeyDesc *fields;
   /** How many they are, 1 at least. */
   uint32_t fieldCount;

@@ -56,7 +56,7 @@ struct HostPool {
    * the operation fails then (only a name is done without).
    */
   void *(*allocate)(HostPool *pool, uint64_t size, uint32_t options);
-  /** Gives back a block that this pool's `allocate` answered; never null. */
+  /** Gives back a block that this pool's `allocate` answered; never null. It is to be used again. */
   void (*free)(HostPool *pool, void *block);
 };
 

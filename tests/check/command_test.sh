@@ -54,6 +54,7 @@ expect 2 'does not go with' --list --json
 # Wrong command lines.
 expect 2 'takes one FILE, and 0 are given'
 expect 2 'takes one FILE, and 2 are given' one two
+expect 2 'the name of FILE is empty' ''
 expect 2 'not a number of seconds' "$library" --time-limit 0
 expect 2 'not a number of seconds' "$library" --time-limit 3601
 expect 2 'not a number of seconds' "$library" --time-limit 1.5
@@ -79,6 +80,23 @@ expect 0 '^passed *version.record$' here.so --only version.record
 expect 1 'cannot be loaded.*text.so' text.so
 ln -s "$library" ./-odd.so
 expect 0 '^passed *version.record$' --only version.record -- -odd.so
+
+# Without the standard input and errors, as a service may be started.
+"$morva" check-extension "$library" --only version. <&- 2>&- >out
+if ! grep -q '^5 checks: 5 passed$' out; then
+  echo "morva check-extension without standard streams:"
+  cat out
+  failed=1
+fi
+# Nowhere to print to: no report is no success.
+for nowhere in '>&-' '>/dev/full'; do
+  for json in '' --json; do
+    if eval '"$morva" check-extension "$library" --only version.record $json' "$nowhere" 2>errors; then
+      echo "morva check-extension $json $nowhere: status 0"
+      failed=1
+    fi
+  done
+done
 
 # For programs: one value, nothing before and nothing behind.
 "$morva" check-extension ./text.so --json >report 2>errors

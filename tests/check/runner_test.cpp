@@ -1,6 +1,9 @@
 // That a check is a process of its own, whatever it does there.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -108,6 +111,48 @@ TEST(Runner, DropsEndlessOutputAndShowsSomeOfIt) {
   EXPECT_EQ(verdict.outcome, Outcome::kCrashed);
   EXPECT_TRUE(says(verdict, "it printed: ooo")) << verdict.detail;
   EXPECT_LT(verdict.detail.size(), 1000U);
+}
+
+TEST(Runner, LetsACheckHaveLargeFiles) {
+  const Verdict verdict = verdictOf([](const Subject &) {
+    const int file = memfd_create("memory of a host", 0);
+    expectEqual(ftruncate(file, off_t{1} << 24), 0, "what ftruncate answers");
+    expectEqual(pwrite(file, "x", 1, (off_t{1} << 24) - 1), ssize_t{1}, "what pwrite answers");
+  });
+  EXPECT_EQ(verdict.outcome, Outcome::kPassed) << verdict.detail;
+}
+
+TEST(Runner, TakesNoWordFromACopyOfTheProcess) {
+  const Verdict verdict = verdictOf([](const Subject &) {
+    const pid_t copy = fork();
+    if (copy == 0) throw Unmet("the copy has seen something");
+    waitpid(copy, nullptr, 0);
+  });
+  EXPECT_EQ(verdict.outcome, Outcome::kPassed) << verdict.detail;
+}
+
+// Writes to whatever the runner has opened, which alone is not for other programs.
+void writeNoise() {
+  const std::string noise(4096, 'n');
+  for (int fd = STDERR_FILENO + 1; fd != 64; ++fd) {
+    if (fcntl(fd, F_GETFD) != FD_CLOEXEC) continue;
+    if (write(fd, noise.data(), noise.size()) < 0) continue;
+  }
+}
+
+TEST(Runner, TakesNoNoiseForAVerdict) {
+  const Verdict verdict = verdictOf([](const Subject &) { writeNoise(); });
+  EXPECT_EQ(verdict.outcome, Outcome::kCrashed);
+  EXPECT_TRUE(says(verdict, "not its own")) << verdict.detail;
+}
+
+TEST(Runner, EndsWhatMakesNoiseWithoutEnd) {
+  const Verdict verdict = verdictOf(
+      [](const Subject &) {
+        for (;;) writeNoise();
+      },
+      milliseconds(200));
+  EXPECT_EQ(verdict.outcome, Outcome::kTimedOut);
 }
 
 TEST(Runner, CutsLongComplaints) {

@@ -39,6 +39,11 @@ MORVAStatus clearIsQuietAboutPins(MORVAInst *inst) {
   return status == MORVA_PINNED ? MORVA_OK : status;
 }
 
+MORVAStatus clearEmptiesTheOrderEarly(MORVAInst *inst) {
+  if (isDefined(inst) && inst->orderList != nullptr) inst->orderList->head = nullptr;
+  return MORVAClear(inst);
+}
+
 MORVAStatus clearForgetsTheOrder(MORVAInst *inst) {
   void *const head =
       inst == nullptr || inst->orderList == nullptr ? nullptr : inst->orderList->head;
@@ -196,6 +201,7 @@ constexpr SlotFault kFaults[] = {
     MORVA_SLOT_FAULT("set-sum-inc-takes-nan", SetSumInc, setSumIncTakesNaN),
     MORVA_SLOT_FAULT("clear-never-ends", Clear, clearNeverEnds),
     MORVA_SLOT_FAULT("clear-is-quiet-about-pins", Clear, clearIsQuietAboutPins),
+    MORVA_SLOT_FAULT("clear-empties-the-order-early", Clear, clearEmptiesTheOrderEarly),
     MORVA_SLOT_FAULT("clear-forgets-the-order", Clear, clearForgetsTheOrder),
     MORVA_SLOT_FAULT("clear2-gives-memory-back", Clear2, MORVAClear),
     MORVA_SLOT_FAULT("equals-ignores-data", Equals, equalsIgnoresData),

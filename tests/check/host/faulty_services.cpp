@@ -23,10 +23,6 @@ HostPool *createPool(HostServices *services, const PoolOptions *options, void *c
     inside.fetch_sub(1);
     if (!alone) return nullptr;
   }
-  if (faultIs("follows-the-context") && context != nullptr &&
-      *static_cast<volatile char *>(context) == 0) {
-    return nullptr;
-  }
   if (faultIs("takes-short-names-only") && std::strlen(name) > 31) return nullptr;
   HostPool *pool = originals.services.createPool(services, options, context, name);
   spoilPool(pool, options, name);
