@@ -218,11 +218,4 @@ std::string keyNumber(uint64_t number) {
   return key;
 }
 
-uint64_t Random::next() {
-  uint64_t mixed = state_ += 0x9E3779B97F4A7C15;
-  mixed = (mixed ^ mixed >> 30) * 0xBF58476D1CE4E5B9;
-  mixed = (mixed ^ mixed >> 27) * 0x94D049BB133111EB;
-  return mixed ^ mixed >> 31;
-}
-
 }  // namespace morva::cli::check

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "check.h"
+#include "random.h"
 #include "recording_host.h"
 #include "shared_file.h"
 
@@ -121,16 +122,5 @@ MORVAStatus defineField(MORVAInst *inst, uint32_t length, uint32_t argument, uin
 
 // "key 17", short enough for every mode, each of another length now and then.
 std::string keyNumber(uint64_t number);
-
-// The same numbers every time.
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed * 2 + 1) {}
-  uint64_t next();
-  uint64_t below(uint64_t bound) { return next() % bound; }
-
- private:
-  uint64_t state_;
-};
 
 }  // namespace morva::cli::check

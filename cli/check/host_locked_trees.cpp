@@ -60,7 +60,7 @@ void lockedTreesAreSearchedBesideChanges(const Subject &subject) {
   std::atomic<bool> changing{true};
   std::vector<bool> present(kNodes, true);
   inThreads(4, [&](unsigned thread) {
-    Numbers numbers(thread);
+    Random numbers(thread);
     MORVAInst owner{};
     for (int i = 0; thread == 0 ? i < 2000 : changing.load(); ++i) {
       NumberedNode probe{{0, 0, &owner}, 0};

@@ -338,7 +338,7 @@ void holdsMany(const Subject &subject) {
   Entries entries(5000);
   const std::vector<size_t> order = appendAll(bench, entries);
   expectOrder(bench, bench.list, entries, order);
-  Numbers numbers(1);
+  Random numbers(1);
   std::vector<size_t> toUnlink = order;
   for (size_t i = toUnlink.size(); i > 1; --i) {
     std::swap(toUnlink[i - 1], toUnlink[numbers.below(i)]);

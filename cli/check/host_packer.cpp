@@ -186,7 +186,7 @@ void servesSeveralThreads(RecordPackerExt *companion, const MORVAHostKey &kind) 
   }
   inThreads(4, [&](unsigned thread) {
     KeyRoom own(kind, thread);
-    Numbers numbers(thread);
+    Random numbers(thread);
     for (int i = 0; i < 6000; ++i) {
       const uint64_t number = numbers.below(images.size());
       expect(imageOf(packer, own.make(number), lengthOf(kind), 0) == images[number],

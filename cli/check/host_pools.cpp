@@ -158,7 +158,7 @@ void expectApart(std::vector<Block> &blocks) {
 
 void doNotOverlap(const Subject &subject) {
   Host host(subject);
-  Numbers numbers(1);
+  Random numbers(1);
   std::vector<HostPool *> pools;
   for (const uint32_t options : kPoolOptions) pools.push_back(host.pool(options));
   std::vector<Block> blocks;
@@ -183,7 +183,7 @@ void keepContents(const Subject &subject) {
   Host host(subject);
   for (const uint32_t options : kPoolOptions) {
     HostPool *pool = host.pool(options);
-    Numbers numbers(options + 7);
+    Random numbers(options + 7);
     std::vector<Block> live;
     for (int step = 0; step < 12000; ++step) {
       if (live.size() < 40 || (live.size() < 900 && numbers.below(2) == 0)) {
@@ -313,7 +313,7 @@ void extensionPoolServesThreads(const Subject &subject) {
   std::mutex mutex;
   std::deque<Block> handedOver;
   inThreads(4, [&](unsigned thread) {
-    Numbers numbers(thread);
+    Random numbers(thread);
     std::vector<Block> own;
     for (int step = 0; step < 6000; ++step) {
       const uint64_t size = 1 + numbers.below(step % 200 == 0 ? 20000 : 500);

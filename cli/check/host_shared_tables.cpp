@@ -149,7 +149,7 @@ void areReadInThreads(const Subject &subject) {
     for (uint64_t i = 0; i < 300; ++i) expectStatus(filling.add(i), MORVA_OK, "Add");
     inThreads(4, [&](unsigned thread) {
       Hand hand(inst, shape);
-      Numbers numbers(thread);
+      Random numbers(thread);
       for (int i = 0; i < 4000; ++i) {
         const uint64_t number = numbers.below(400);
         expectEqual<int64_t>(hand.find2(number),
@@ -208,7 +208,7 @@ void areSearchedBesideChanges(const Subject &subject) {
     for (uint64_t i = 0; i < 100; ++i) expectStatus(filling.add(i), MORVA_OK, "Add");
     inThreads(4, [&](unsigned thread) {
       Hand hand(inst, shape);
-      Numbers numbers(thread);
+      Random numbers(thread);
       for (uint64_t i = 0; i < 2500; ++i) {
         if (thread == 0) {
           // The first hundred keys stay.

@@ -133,14 +133,6 @@ bool isFilledWith(const unsigned char *block, uint64_t size, uint64_t seed) {
   return true;
 }
 
-uint64_t Numbers::next() {
-  state_ += kStep;
-  uint64_t n = state_;
-  n = (n ^ (n >> 30)) * UINT64_C(0xBF58476D1CE4E5B9);
-  n = (n ^ (n >> 27)) * UINT64_C(0x94D049BB133111EB);
-  return n ^ (n >> 31);
-}
-
 uint64_t residentBytes() {
   std::ifstream file("/proc/self/statm");
   uint64_t all = 0;

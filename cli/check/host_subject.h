@@ -10,6 +10,7 @@
 #include "check.h"
 #include "morva/check_host.h"
 #include "morva/morva.h"
+#include "random.h"
 #include "shared_file.h"
 
 namespace morva::cli::check {
@@ -74,18 +75,6 @@ unsigned char *taken(HostPool *pool, uint64_t size, uint32_t options = 0);
 // What is written into a block, and found there again.
 void fillWith(unsigned char *block, uint64_t size, uint64_t seed);
 bool isFilledWith(const unsigned char *block, uint64_t size, uint64_t seed);
-
-// Numbers without order, the same in every run.
-class Numbers {
- public:
-  explicit Numbers(uint64_t seed) : state_(seed) {}
-  uint64_t next();
-  // 0 to `bound` - 1.
-  uint64_t below(uint64_t bound) { return next() % bound; }
-
- private:
-  uint64_t state_;
-};
 
 // Memory of this process that is in use, in bytes.
 uint64_t residentBytes();

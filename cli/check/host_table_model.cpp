@@ -265,7 +265,7 @@ void ModelTable::clear(bool keepMemory) {
   count_ = 0;
 }
 
-void ModelTable::doAnything(Numbers &numbers, uint64_t range) {
+void ModelTable::doAnything(Random &numbers, uint64_t range) {
   const uint64_t number = numbers.below(range);
   switch (numbers.below(24)) {
     case 0:

@@ -96,7 +96,7 @@ class ModelTable {
   void removeRecord(uint64_t number, uint64_t which);
   void clear(bool keepMemory);
   // One of all that, on one of the keys 0 to `range` - 1.
-  void doAnything(Numbers &numbers, uint64_t range);
+  void doAnything(Random &numbers, uint64_t range);
 
   // Counts, every key, and the order where it can be walked.
   void verify();

@@ -26,7 +26,7 @@ void onTables(const Subject &subject, void (*check)(Host &host, const Extension 
 }
 
 void work(Host &host, const Extension &extension, const std::vector<TableShape> &shapes) {
-  Numbers numbers(1);
+  Random numbers(1);
   for (const TableShape &shape : shapes) {
     ModelTable table(host, extension, shape);
     for (int step = 0; step < 700; ++step) table.doAnything(numbers, 60);
@@ -156,7 +156,7 @@ void liveSideBySide(Host &host, const Extension &extension) {
   for (const TableShape &shape : shapes) {
     tables.push_back(std::make_unique<ModelTable>(host, extension, shape));
   }
-  Numbers numbers(3);
+  Random numbers(3);
   for (int step = 0; step < 6000; ++step) {
     tables[numbers.below(tables.size())]->doAnything(numbers, 40);
   }

@@ -129,7 +129,7 @@ void settleIn(int output, pid_t parent) {
 
 int millisecondsUntil(Clock::time_point end) {
   const auto left = std::chrono::ceil<milliseconds>(end - Clock::now()).count();
-  return static_cast<int>(std::clamp<long long>(left, 0, 1000000));
+  return static_cast<int>(std::clamp<long long>(left, 0, 24 * 3600 * 1000));
 }
 
 // What is in the pipe, or as much of it as a check can have to say; whether there can be more.
