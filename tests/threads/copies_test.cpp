@@ -55,18 +55,21 @@ bool worksInEveryMode(MORVAExt *ext) {
   return true;
 }
 
+constexpr int kCycles = kSanitized ? 150 : 1000;
+
 void expectAsBefore(const Held &before, const Held &after) {
   EXPECT_EQ(after.descriptors, before.descriptors);
   EXPECT_EQ(after.copies, before.copies);
   // A sanitizer maps memory for itself as time goes on.
   if (kSanitized) return;
-  EXPECT_EQ(after.mappings, before.mappings);
-  EXPECT_EQ(after.mappedBytes, before.mappedBytes);
-  EXPECT_EQ(after.heapBytes, before.heapBytes);
+  // The C library keeps a table or an arena now and then. Whatever each life left
+  // behind would be more: the smallest block takes 32 bytes, a mapping 4096.
+  EXPECT_LT(after.mappings, before.mappings + kCycles / 4);
+  EXPECT_LT(after.mappedBytes, before.mappedBytes + kCycles * 1024);
+  EXPECT_LT(after.heapBytes, before.heapBytes + kCycles * 8);
 }
 
 void expectNothingLeftBy(const std::function<void()> &cycle) {
-  constexpr int kCycles = kSanitized ? 150 : 1000;
   // What the system keeps for the next time is there after some.
   for (int i = 0; i < 20; ++i) cycle();
   const Held before = heldNow();
