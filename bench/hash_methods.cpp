@@ -1,8 +1,6 @@
 // What the eight hash methods do to keys as programs have them: how they spread
 // over the buckets, what that costs a find, and how long a hash takes. Prints
 // Markdown tables; docs/hash-methods.md shows and explains them.
-#include <time.h>
-
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -17,6 +15,7 @@
 #include "key_sets.h"
 #include "morva/host.h"
 #include "morva/morva.h"
+#include "thread_time.h"
 
 namespace bench {
 namespace {
@@ -68,18 +67,6 @@ void add(MORVAInst *table, const std::string &key) {
   const uint64_t data = 0;
   if (table->Add(table, &data, key.data(), static_cast<int32_t>(key.size())) != MORVA_OK)
     throw std::runtime_error("a key could not be added: equal to another, or no memory");
-}
-
-// Of this thread, so that the machine's other work counts as little as it can.
-double nanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 // ---- spread -----------------------------------------------------------------

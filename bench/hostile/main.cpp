@@ -2,8 +2,6 @@
 // that all fall into one bucket, inserted, found and removed, beside a balanced
 // tree without buckets and a chained table. Prints the ratios; every sample goes to a file
 // for report.py. Fails when a bucket's tree is higher than it may be.
-#include <time.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +11,7 @@
 #include <string>
 #include <tuple>
 
+#include "../thread_time.h"
 #include "contenders.h"
 #include "tree_height.h"
 
@@ -24,18 +23,6 @@ struct Plan {
   size_t largestChained = 30'000;
   size_t samples = 3;
 };
-
-// Of this thread, so that the machine's other work counts as little as it can.
-double nanoseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
 
 const std::vector<const char *> kOperations = {"insert", "find", "remove"};
 
